@@ -1,0 +1,30 @@
+# Build and install the lavrel extension with PGXS.
+#   make && make install          build and install into the system PostgreSQL 15
+#   test/run.sh                   run every test suite against a throwaway cluster
+
+MODULE_big = lavrel
+EXTENSION  = lavrel
+DATA       = sql/lavrel--1.0.sql
+
+SRCS = src/host/host.cpp \
+       src/lavrel.cpp \
+       src/policy_misc.cpp \
+       src/parse_ident.cpp \
+       src/policy_syscat.cpp \
+       src/policy_label.cpp \
+       src/policy_cmds.cpp \
+       src/policy_session.cpp \
+       src/policy_user.cpp
+OBJS = $(SRCS:.cpp=.o)
+
+PG_CONFIG ?= /usr/lib/postgresql/15/bin/pg_config
+PG_CPPFLAGS = -I$(CURDIR)/src
+PG_CXXFLAGS = -std=c++17 -fno-exceptions -fno-rtti -Wall -Wno-register -Wno-missing-field-initializers
+
+# Debian's server is built with LLVM JIT; we ship no bitcode.
+with_llvm = no
+
+PGXS := $(shell $(PG_CONFIG) --pgxs)
+include $(PGXS)
+
+$(OBJS): src/lavrel.h src/host/host.h src/host/pg.h

@@ -1,0 +1,89 @@
+# scripts/lib.sh: shared shell functions for building lavrel and running a
+# throwaway PostgreSQL 15 cluster.  Sourced by test/run.sh, scripts/demo.sh
+# and the benchmarks; never run on its own.
+#
+# The cluster runs as the `postgres` OS user (PostgreSQL refuses root), in
+# a temporary directory, on a free localhost port; lavrel_cluster_stop (set
+# as an EXIT trap by the callers) stops it and removes the directory.
+
+PG_BIN=/usr/lib/postgresql/15/bin
+PGXS_DIR=/usr/lib/postgresql/15/lib/pgxs
+LAVREL_ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+
+# Debian packages the build and the tests need; installed when missing.
+lavrel_install_packages() {
+    local pkgs="postgresql-15 postgresql-server-dev-15 make g++"
+    local missing=""
+    for p in $pkgs; do
+        dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing="$missing $p"
+    done
+    [ -z "$missing" ] && return 0
+    echo "installing:$missing"
+    export DEBIAN_FRONTEND=noninteractive
+    apt-get update -qq
+    apt-get install -y -qq $missing >/dev/null
+}
+
+# Build one PGXS module directory and install it unless the installed copy
+# is already identical (so that running servers keep their mapped library).
+lavrel_build_install_dir() {
+    local dir=$1 lib=$2 installed
+    make -s -C "$dir" >/dev/null
+    installed=$("$PG_BIN/pg_config" --pkglibdir)/$lib.so
+    if ! cmp -s "$dir/$lib.so" "$installed" || [ "$dir" -nt "$installed" ]; then
+        make -s -C "$dir" install >/dev/null
+    fi
+}
+
+# Build and install lavrel (and, with "test", the test-only module).
+lavrel_build_install() {
+    lavrel_build_install_dir "$LAVREL_ROOT" lavrel
+    if [ "${1:-}" = test ]; then
+        lavrel_build_install_dir "$LAVREL_ROOT/test/modules/lavrel_test" lavrel_test
+    fi
+}
+
+lavrel_free_port() {
+    python3 - <<'PY'
+import socket
+s = socket.socket()
+s.bind(("127.0.0.1", 0))
+print(s.getsockname()[1])
+s.close()
+PY
+}
+
+# lavrel_cluster_start [preload]: initdb and start a cluster; exports
+# PGHOST (the socket directory), PGPORT and PGUSER for clients.
+# With preload "no", lavrel is not in shared_preload_libraries.
+lavrel_cluster_start() {
+    local preload=${1:-yes}
+    LAVREL_CLUSTER_DIR=$(mktemp -d /tmp/lavrel-cluster.XXXXXX)
+    chmod 755 "$LAVREL_CLUSTER_DIR"
+    chown postgres: "$LAVREL_CLUSTER_DIR"
+    local data=$LAVREL_CLUSTER_DIR/data
+    runuser -u postgres -- "$PG_BIN/initdb" -D "$data" -U postgres --auth=trust \
+        --no-sync -E UTF8 --locale=C >"$LAVREL_CLUSTER_DIR/initdb.log" 2>&1
+    PGPORT=$(lavrel_free_port)
+    {
+        echo "listen_addresses = 'localhost'"
+        echo "port = $PGPORT"
+        echo "unix_socket_directories = '$LAVREL_CLUSTER_DIR'"
+        echo "fsync = off"
+        echo "max_prepared_transactions = 10"
+        if [ "$preload" = yes ]; then
+            echo "shared_preload_libraries = 'lavrel'"
+            echo "lavrel.enable_mac = on"
+        fi
+    } >>"$data/postgresql.conf"
+    runuser -u postgres -- "$PG_BIN/pg_ctl" -D "$data" -l "$LAVREL_CLUSTER_DIR/server.log" \
+        -w -t 60 start >/dev/null
+    export PGHOST=$LAVREL_CLUSTER_DIR PGPORT PGUSER=postgres
+}
+
+lavrel_cluster_stop() {
+    [ -n "${LAVREL_CLUSTER_DIR:-}" ] || return 0
+    runuser -u postgres -- "$PG_BIN/pg_ctl" -D "$LAVREL_CLUSTER_DIR/data" -m fast -w stop >/dev/null 2>&1 || true
+    rm -rf "$LAVREL_CLUSTER_DIR"
+    LAVREL_CLUSTER_DIR=
+}

@@ -1,0 +1,275 @@
+/* lavrel--1.0.sql: the catalogs and SQL functions of lavrel */
+
+\echo Use "CREATE EXTENSION lavrel" to load this file. \quit
+
+-- ---------------------------------------------------------------------
+-- Catalog tables.  The module addresses columns by position: keep the
+-- order.  Uniqueness is checked by the module's writers.
+-- ---------------------------------------------------------------------
+
+CREATE SEQUENCE lavrel.lavrel_policy_oid_seq
+    AS bigint MINVALUE 1 MAXVALUE 4294967295 START 1 NO CYCLE;
+
+CREATE TABLE lavrel.lavrel_policy (
+    policy_oid        oid     NOT NULL,
+    policy_name       name    NOT NULL,
+    policy_col_name   name    NOT NULL,
+    policy_col_hidden boolean NOT NULL,
+    policy_enable     boolean NOT NULL
+);
+
+CREATE TABLE lavrel.lavrel_level (
+    policy_oid      oid      NOT NULL,
+    level_id        smallint NOT NULL,
+    level_name      name     NOT NULL,
+    level_name_copy name     NOT NULL
+);
+
+CREATE TABLE lavrel.lavrel_compartment (
+    policy_oid            oid      NOT NULL,
+    compartment_id        smallint NOT NULL,
+    compartment_name      name     NOT NULL,
+    compartment_name_copy name     NOT NULL
+);
+
+CREATE TABLE lavrel.lavrel_label (
+    label_id       integer    NOT NULL,
+    policy_oid     oid        NOT NULL,
+    level_id       smallint   NOT NULL,
+    compartments   int2vector NOT NULL,
+    label_reserved text
+);
+
+CREATE TABLE lavrel.lavrel_policy_enforcement (
+    policy_oid   oid NOT NULL,
+    relation_oid oid NOT NULL
+);
+
+CREATE TABLE lavrel.lavrel_user (
+    user_oid        oid        NOT NULL,
+    policy_oid      oid        NOT NULL,
+    user_privs      smallint   NOT NULL,
+    max_level       smallint   NOT NULL,
+    min_write_level smallint   NOT NULL,
+    def_level       smallint   NOT NULL,
+    row_level       smallint   NOT NULL,
+    max_read_comps  int2vector NOT NULL,
+    max_write_comps int2vector NOT NULL,
+    def_comps       int2vector NOT NULL,
+    row_comps       int2vector NOT NULL,
+    min_write_comps int2vector NOT NULL
+);
+
+CREATE TABLE lavrel.lavrel_obj (
+    policy_oid    oid     NOT NULL,
+    policy_name   name    NOT NULL,
+    obj_type      name    NOT NULL,
+    obj_namespace oid     NOT NULL,
+    obj_oid       oid     NOT NULL,
+    label_id      integer NOT NULL
+);
+
+-- pg_dump keeps the contents of the catalogs and the sequence.
+SELECT pg_catalog.pg_extension_config_dump('lavrel.lavrel_policy_oid_seq', '');
+SELECT pg_catalog.pg_extension_config_dump('lavrel.lavrel_policy', '');
+SELECT pg_catalog.pg_extension_config_dump('lavrel.lavrel_level', '');
+SELECT pg_catalog.pg_extension_config_dump('lavrel.lavrel_compartment', '');
+SELECT pg_catalog.pg_extension_config_dump('lavrel.lavrel_label', '');
+SELECT pg_catalog.pg_extension_config_dump('lavrel.lavrel_policy_enforcement', '');
+SELECT pg_catalog.pg_extension_config_dump('lavrel.lavrel_user', '');
+SELECT pg_catalog.pg_extension_config_dump('lavrel.lavrel_obj', '');
+
+-- ---------------------------------------------------------------------
+-- Policies, levels, compartments (administrator only)
+-- ---------------------------------------------------------------------
+
+CREATE FUNCTION lavrel.create_policy(policy_name text, column_name text,
+                                     hide_column boolean DEFAULT false)
+RETURNS void AS 'MODULE_PATHNAME', 'CreatePolicyMac' LANGUAGE C;
+
+CREATE FUNCTION lavrel.drop_policy(policy_name text, drop_column boolean DEFAULT false)
+RETURNS void AS 'MODULE_PATHNAME', 'DropPolicy' LANGUAGE C;
+
+CREATE FUNCTION lavrel.enable_policy(policy_name text)
+RETURNS void AS 'MODULE_PATHNAME', 'EnablePolicy' LANGUAGE C;
+
+CREATE FUNCTION lavrel.disable_policy(policy_name text)
+RETURNS void AS 'MODULE_PATHNAME', 'DisablePolicy' LANGUAGE C;
+
+CREATE FUNCTION lavrel.create_level(policy_name text, level_name text, level_id integer)
+RETURNS void AS 'MODULE_PATHNAME', 'CreateLevel' LANGUAGE C;
+
+CREATE FUNCTION lavrel.drop_level(policy_name text, level_id integer)
+RETURNS void AS 'MODULE_PATHNAME', 'DropLevelById' LANGUAGE C;
+
+CREATE FUNCTION lavrel.drop_level(policy_name text, level_name text)
+RETURNS void AS 'MODULE_PATHNAME', 'DropLevelByName' LANGUAGE C;
+
+CREATE FUNCTION lavrel.create_compartment(policy_name text, compartment_name text,
+                                          compartment_id integer)
+RETURNS void AS 'MODULE_PATHNAME', 'CreateCompartment' LANGUAGE C;
+
+CREATE FUNCTION lavrel.drop_compartment(policy_name text, compartment_id integer)
+RETURNS void AS 'MODULE_PATHNAME', 'DropCompartmentById' LANGUAGE C;
+
+CREATE FUNCTION lavrel.drop_compartment(policy_name text, compartment_name text)
+RETURNS void AS 'MODULE_PATHNAME', 'DropCompartmentByName' LANGUAGE C;
+
+-- ---------------------------------------------------------------------
+-- Labels (administrator only)
+-- ---------------------------------------------------------------------
+
+CREATE FUNCTION lavrel.create_label(policy_name text, label text, label_id integer)
+RETURNS void AS 'MODULE_PATHNAME', 'CreateLabel' LANGUAGE C;
+
+CREATE FUNCTION lavrel.alter_label(policy_name text, label_id integer, new_label text)
+RETURNS void AS 'MODULE_PATHNAME', 'AlterLabelById' LANGUAGE C;
+
+CREATE FUNCTION lavrel.alter_label(policy_name text, label text, new_label text)
+RETURNS void AS 'MODULE_PATHNAME', 'AlterLabelByName' LANGUAGE C;
+
+CREATE FUNCTION lavrel.drop_label(policy_name text, label_id integer)
+RETURNS void AS 'MODULE_PATHNAME', 'DropLabelById' LANGUAGE C;
+
+CREATE FUNCTION lavrel.drop_label(policy_name text, label text)
+RETURNS void AS 'MODULE_PATHNAME', 'DropLabelByName' LANGUAGE C;
+
+-- ---------------------------------------------------------------------
+-- Tables under policies (administrator only)
+-- ---------------------------------------------------------------------
+
+CREATE FUNCTION lavrel.apply_table_policy(policy_name text, schema_name text, table_name text)
+RETURNS void AS 'MODULE_PATHNAME', 'ApplyPolicy' LANGUAGE C;
+
+CREATE FUNCTION lavrel.remove_table_policy(policy_name text, schema_name text, table_name text,
+                                           drop_column boolean DEFAULT false)
+RETURNS void AS 'MODULE_PATHNAME', 'RemovePolicy' LANGUAGE C;
+
+-- ---------------------------------------------------------------------
+-- User authorizations and privileges (administrator only)
+-- ---------------------------------------------------------------------
+
+CREATE FUNCTION lavrel.set_user_labels(policy_name text, user_name text, max_read_label text,
+                                       max_write_label text DEFAULT NULL,
+                                       min_write_label text DEFAULT NULL,
+                                       def_label text DEFAULT NULL,
+                                       row_label text DEFAULT NULL)
+RETURNS void AS 'MODULE_PATHNAME', 'SetUserLabels' LANGUAGE C;
+
+CREATE FUNCTION lavrel.set_levels(policy_name text, user_name text, max_level text,
+                                  min_level text DEFAULT NULL,
+                                  def_level text DEFAULT NULL,
+                                  row_level text DEFAULT NULL)
+RETURNS void AS 'MODULE_PATHNAME', 'SetLevels' LANGUAGE C;
+
+CREATE FUNCTION lavrel.set_compartments(policy_name text, user_name text, read_comps text,
+                                        write_comps text DEFAULT NULL,
+                                        def_comps text DEFAULT NULL,
+                                        row_comps text DEFAULT NULL,
+                                        min_write_comps text DEFAULT NULL)
+RETURNS void AS 'MODULE_PATHNAME', 'SetCompartments' LANGUAGE C;
+
+CREATE FUNCTION lavrel.set_default_label(policy_name text, user_name text, label text)
+RETURNS void AS 'MODULE_PATHNAME', 'SetDefaultLabel' LANGUAGE C;
+
+CREATE FUNCTION lavrel.set_row_label(policy_name text, user_name text, label text)
+RETURNS void AS 'MODULE_PATHNAME', 'SetDefRowLabel' LANGUAGE C;
+
+CREATE FUNCTION lavrel.drop_user_access(policy_name text, user_name text)
+RETURNS void AS 'MODULE_PATHNAME', 'DropUserAccess' LANGUAGE C;
+
+CREATE FUNCTION lavrel.set_user_privs(policy_name text, user_name text, privileges text)
+RETURNS void AS 'MODULE_PATHNAME', 'SetUserPrivs' LANGUAGE C;
+
+-- ---------------------------------------------------------------------
+-- Session labels (administrator only)
+-- ---------------------------------------------------------------------
+
+CREATE FUNCTION lavrel.set_session_label(policy_name text, label text)
+RETURNS void AS 'MODULE_PATHNAME', 'SetLabel' LANGUAGE C;
+
+CREATE FUNCTION lavrel.set_session_row_label(policy_name text, label text)
+RETURNS void AS 'MODULE_PATHNAME', 'SetRowLabel' LANGUAGE C;
+
+CREATE FUNCTION lavrel.show_session_labels()
+RETURNS TABLE(policy_id oid, user_id oid, privs text, max_read_label text,
+              max_write_label text, min_write_level text, read_label text,
+              write_label text, row_label text)
+AS 'MODULE_PATHNAME', 'ShowLabel' LANGUAGE C;
+
+CREATE FUNCTION lavrel.show_label_lookup()
+RETURNS TABLE(policy_id oid, deault_row_label_id integer, max_label_id integer,
+              min_label_id integer, label_count integer)
+AS 'MODULE_PATHNAME', 'ShowLabelLookup' LANGUAGE C;
+
+CREATE FUNCTION lavrel.show_label_mediation()
+RETURNS TABLE(label_id integer, policy_id oid, information_mask integer)
+AS 'MODULE_PATHNAME', 'ShowLabelMediation' LANGUAGE C;
+
+-- ---------------------------------------------------------------------
+-- Conversions and listings (anyone)
+-- ---------------------------------------------------------------------
+
+CREATE FUNCTION lavrel.label_to_char(label_id integer)
+RETURNS varchar AS 'MODULE_PATHNAME', 'LabelToChar' LANGUAGE C;
+
+CREATE FUNCTION lavrel.char_to_label(policy_name text, label text)
+RETURNS integer AS 'MODULE_PATHNAME', 'CharToLabel' LANGUAGE C;
+
+CREATE FUNCTION lavrel.privs_to_char(privs integer)
+RETURNS varchar AS 'MODULE_PATHNAME', 'PrivsToChar' LANGUAGE C;
+
+CREATE FUNCTION lavrel.policies()
+RETURNS TABLE(oid oid, policy_name name, policy_col_name name,
+              policy_col_hidden boolean, policy_enable boolean)
+AS 'MODULE_PATHNAME', 'GetLavrelPolicy' LANGUAGE C;
+
+CREATE FUNCTION lavrel.policy_enforcements()
+RETURNS TABLE(policy_oid oid, relation_oid oid)
+AS 'MODULE_PATHNAME', 'GetLavrelPolicyEnforcement' LANGUAGE C;
+
+-- ---------------------------------------------------------------------
+-- Row mediation.  Called from rewritten queries and the policy column's
+-- default, so by every user.  Their answers come from the backend's
+-- session state: never IMMUTABLE (a cached plan would keep a folded
+-- answer) and never in a parallel worker (which has no session state).
+-- ---------------------------------------------------------------------
+
+CREATE FUNCTION lavrel.read_mediation(policy oid, label integer)
+RETURNS boolean AS 'MODULE_PATHNAME', 'ReadMediation'
+LANGUAGE C STABLE PARALLEL RESTRICTED;
+
+CREATE FUNCTION lavrel.write_mediation(policy oid, label integer)
+RETURNS boolean AS 'MODULE_PATHNAME', 'WriteMediation'
+LANGUAGE C STABLE PARALLEL RESTRICTED;
+
+CREATE FUNCTION lavrel.label_insert(policy oid, label integer)
+RETURNS integer AS 'MODULE_PATHNAME', 'LabelInsertCheck'
+LANGUAGE C VOLATILE PARALLEL RESTRICTED;
+
+CREATE FUNCTION lavrel.label_update(policy oid, old_label integer, new_label integer)
+RETURNS integer AS 'MODULE_PATHNAME', 'LabelUpdateCheck'
+LANGUAGE C VOLATILE PARALLEL RESTRICTED;
+
+CREATE FUNCTION lavrel.generate_default_label_value(policy oid)
+RETURNS integer AS 'MODULE_PATHNAME', 'GenDefaultLabelValue'
+LANGUAGE C VOLATILE PARALLEL RESTRICTED;
+
+CREATE FUNCTION lavrel.policy_read_max_label_id(policy oid)
+RETURNS integer AS 'MODULE_PATHNAME', 'GetPolicyReadMaxLabelId'
+LANGUAGE C STABLE PARALLEL RESTRICTED;
+
+CREATE FUNCTION lavrel.policy_read_min_label_id(policy oid)
+RETURNS integer AS 'MODULE_PATHNAME', 'GetPolicyReadMINLabelId'
+LANGUAGE C STABLE PARALLEL RESTRICTED;
+
+-- ---------------------------------------------------------------------
+-- Privileges.  The catalogs are written only by the module's functions
+-- (which check the caller themselves); nobody else may touch them.
+-- Everyone may call the functions: ordinary users' queries call the
+-- mediation functions and the policy column's default.
+-- ---------------------------------------------------------------------
+
+REVOKE ALL ON ALL TABLES IN SCHEMA lavrel FROM PUBLIC;
+REVOKE ALL ON SEQUENCE lavrel.lavrel_policy_oid_seq FROM PUBLIC;
+GRANT USAGE ON SCHEMA lavrel TO PUBLIC;

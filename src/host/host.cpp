@@ -1,0 +1,122 @@
+/*
+ * host.cpp
+ *    Connects the host hooks lavrel is written against to the hook points
+ *    of stock PostgreSQL 15.  This file owns every stock hook the module
+ *    uses; the module itself only fills the host hooks declared in host.h.
+ *
+ *   host hook                         stock PostgreSQL 15
+ *   SyncMacSession_hook               ExecutorStart_hook: every statement
+ *                                     refreshes the session before it runs
+ *   MacCreateExtensionProcess_hook    ProcessUtility_hook, around CREATE
+ *                                     EXTENSION and ALTER EXTENSION UPDATE
+ */
+#include "host/host.h"
+
+extern "C" {
+MacNeedCheckPermisition_hook_type MacNeedCheckPermisition_hook = NULL;
+MacCreateExtensionProcess_hook_type MacCreateExtensionProcess_hook = NULL;
+SyncMacSession_hook_type SyncMacSession_hook = NULL;
+}
+
+static ExecutorStart_hook_type prev_executor_start = NULL;
+static ProcessUtility_hook_type prev_process_utility = NULL;
+
+void
+host_require_preload(void)
+{
+    if (!process_shared_preload_libraries_in_progress)
+        ereport(ERROR,
+                (errcode(ERRCODE_OBJECT_NOT_IN_PREREQUISITE_STATE),
+                 errmsg("lavrel must be loaded via shared_preload_libraries"),
+                 errhint("Add lavrel to shared_preload_libraries in postgresql.conf "
+                         "and restart the server.")));
+}
+
+/* ---------------------------------------------------------------------
+ * Executor start: refresh the session before a statement runs
+ * --------------------------------------------------------------------- */
+
+static void
+host_executor_start(QueryDesc *queryDesc, int eflags)
+{
+    /*
+     * A cached plan may run after the administrator changed the user's
+     * authorization; it must be mediated with the new one.  EXPLAIN without
+     * ANALYZE executes nothing and needs no refresh.
+     */
+    if (SyncMacSession_hook && !(eflags & EXEC_FLAG_EXPLAIN_ONLY))
+        SyncMacSession_hook(false);
+
+    if (prev_executor_start)
+        prev_executor_start(queryDesc, eflags);
+    else
+        standard_ExecutorStart(queryDesc, eflags);
+}
+
+/* ---------------------------------------------------------------------
+ * Utility statements
+ * --------------------------------------------------------------------- */
+
+/* The extension a CREATE EXTENSION or ALTER EXTENSION ... UPDATE installs. */
+static const char *
+extension_being_installed(Node *stmt)
+{
+    if (IsA(stmt, CreateExtensionStmt))
+        return ((CreateExtensionStmt *) stmt)->extname;
+    if (IsA(stmt, AlterExtensionStmt))
+        return ((AlterExtensionStmt *) stmt)->extname;
+    return NULL;
+}
+
+static void
+host_call_next_utility(PlannedStmt *pstmt, const char *queryString,
+                       bool readOnlyTree, ProcessUtilityContext context,
+                       ParamListInfo params, QueryEnvironment *queryEnv,
+                       DestReceiver *dest, QueryCompletion *qc)
+{
+    if (prev_process_utility)
+        prev_process_utility(pstmt, queryString, readOnlyTree, context,
+                             params, queryEnv, dest, qc);
+    else
+        standard_ProcessUtility(pstmt, queryString, readOnlyTree, context,
+                                params, queryEnv, dest, qc);
+}
+
+static void
+host_process_utility(PlannedStmt *pstmt, const char *queryString,
+                     bool readOnlyTree, ProcessUtilityContext context,
+                     ParamListInfo params, QueryEnvironment *queryEnv,
+                     DestReceiver *dest, QueryCompletion *qc)
+{
+    const char *extname = extension_being_installed(pstmt->utilityStmt);
+
+    if (extname == NULL || MacCreateExtensionProcess_hook == NULL)
+    {
+        host_call_next_utility(pstmt, queryString, readOnlyTree, context,
+                               params, queryEnv, dest, qc);
+        return;
+    }
+
+    /* Tell the module while an extension script runs, failure included. */
+    MacCreateExtensionProcess_hook(extname, true);
+    PG_TRY();
+    {
+        host_call_next_utility(pstmt, queryString, readOnlyTree, context,
+                               params, queryEnv, dest, qc);
+    }
+    PG_FINALLY();
+    {
+        if (MacCreateExtensionProcess_hook)
+            MacCreateExtensionProcess_hook(extname, false);
+    }
+    PG_END_TRY();
+}
+
+void
+host_install_hooks(void)
+{
+    prev_executor_start = ExecutorStart_hook;
+    ExecutorStart_hook = host_executor_start;
+    prev_process_utility = ProcessUtility_hook;
+    ProcessUtility_hook = host_process_utility;
+}

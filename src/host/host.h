@@ -1,0 +1,52 @@
+/*
+ * host.h
+ *    The host interface lavrel is written against, mapped onto stock
+ *    PostgreSQL 15.
+ *
+ * The module talks to "its host" through a handful of hooks and constants
+ * (who the administrator is, when to synchronise the session, when an
+ * extension script is running).  Stock PostgreSQL has none of these under
+ * those names, so this layer declares them and wires them to the hook
+ * points PostgreSQL really offers (ExecutorStart_hook, ProcessUtility_hook).
+ * Everything that depends on the PostgreSQL version lives here.
+ */
+#ifndef LAVREL_HOST_H
+#define LAVREL_HOST_H
+
+#include "host/pg.h"
+
+/*
+ * The role that administers lavrel: the bootstrap superuser, i.e. the role
+ * that ran initdb.  Other superusers are deliberately not administrators.
+ */
+constexpr Oid MacAdminRoleId = BOOTSTRAP_SUPERUSERID;
+
+extern "C" {
+
+/* Asked by the layer whether its access-control guards apply right now. */
+typedef bool (*MacNeedCheckPermisition_hook_type)(void);
+
+/* Told when an extension's CREATE/ALTER EXTENSION starts (true) and ends. */
+typedef void (*MacCreateExtensionProcess_hook_type)(const char *extname,
+                                                    bool starting);
+
+/* Brings the session's label state up to date with the catalogs. */
+typedef void (*SyncMacSession_hook_type)(bool release_snapshots);
+
+extern PGDLLEXPORT MacNeedCheckPermisition_hook_type MacNeedCheckPermisition_hook;
+extern PGDLLEXPORT MacCreateExtensionProcess_hook_type MacCreateExtensionProcess_hook;
+extern PGDLLEXPORT SyncMacSession_hook_type SyncMacSession_hook;
+
+/* Connects the hooks above to PostgreSQL's own hook points; once, at load. */
+void host_install_hooks(void);
+
+/*
+ * Refuses to load the library anywhere but from shared_preload_libraries:
+ * hooks installed later than backend start would leave earlier backends
+ * unprotected, so protection must never depend on who loaded it first.
+ */
+void host_require_preload(void);
+
+} /* extern "C" */
+
+#endif /* LAVREL_HOST_H */

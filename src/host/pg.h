@@ -1,0 +1,66 @@
+/*
+ * pg.h
+ *    The PostgreSQL server headers lavrel uses, included with C linkage.
+ *
+ * Every C++ translation unit of the module includes this file (through
+ * host.h) instead of including server headers itself, so that the
+ * extern "C" wrapping is done once and in one place.
+ */
+#ifndef LAVREL_HOST_PG_H
+#define LAVREL_HOST_PG_H
+
+extern "C" {
+#include "postgres.h"
+
+#include "access/genam.h"
+#include "access/heapam.h"
+#include "access/htup_details.h"
+#include "access/skey.h"
+#include "access/stratnum.h"
+#include "access/table.h"
+#include "access/tableam.h"
+#include "access/xact.h"
+#include "catalog/catalog.h"
+#include "catalog/indexing.h"
+#include "catalog/namespace.h"
+#include "catalog/pg_authid.h"
+#include "catalog/pg_inherits.h"
+#include "catalog/pg_namespace.h"
+#include "catalog/pg_proc.h"
+#include "catalog/pg_type.h"
+#include "commands/extension.h"
+#include "commands/sequence.h"
+#include "commands/tablecmds.h"
+#include "executor/executor.h"
+#include "fmgr.h"
+#include "funcapi.h"
+#include "mb/pg_wchar.h"
+#include "miscadmin.h"
+#include "nodes/bitmapset.h"
+#include "nodes/makefuncs.h"
+#include "nodes/parsenodes.h"
+#include "nodes/pg_list.h"
+#include "parser/scansup.h"
+#include "postmaster/autovacuum.h"
+#include "postmaster/bgworker.h"
+#include "replication/logicallauncher.h"
+#include "replication/walsender.h"
+#include "storage/lmgr.h"
+#include "storage/lockdefs.h"
+#include "tcop/utility.h"
+#include "utils/acl.h"
+#include "utils/builtins.h"
+#include "utils/catcache.h"
+#include "utils/fmgroids.h"
+#include "utils/guc.h"
+#include "utils/hsearch.h"
+#include "utils/lsyscache.h"
+#include "utils/memutils.h"
+#include "utils/rel.h"
+#include "utils/snapmgr.h"
+#include "utils/syscache.h"
+#include "utils/tuplestore.h"
+#include "utils/varlena.h"
+}
+
+#endif /* LAVREL_HOST_PG_H */

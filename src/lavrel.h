@@ -1,0 +1,431 @@
+/*
+ * lavrel.h
+ *    The internal API of lavrel: every type, constant, global and function
+ *    that more than one source file of the module uses.
+ *
+ * Where things live:
+ *   lavrel.cpp               loading, lavrel.enable_mac, MAC_isenable, hooks
+ *   policy_misc.cpp          permission check, argument checks, int2vector
+ *   parse_ident.cpp          the identifier reader
+ *   policy_syscat.cpp        every read of the lavrel catalog tables
+ *   policy_label.cpp         labels, label strings, label administration,
+ *                            the row mediation functions
+ *   policy_cmds.cpp          policies, levels, compartments, table policies,
+ *                            catalog listings
+ *   policy_session.cpp       per-backend session labels and mediation caches
+ *   policy_user.cpp          user authorizations and privileges
+ *   host/                    the mapping onto stock PostgreSQL 15
+ *
+ * Everything is declared extern "C": the install script binds SQL functions
+ * to these symbols, and the host layer and other modules call them by name.
+ */
+#ifndef LAVREL_H
+#define LAVREL_H
+
+#include "host/host.h"
+
+/* ---------------------------------------------------------------------
+ * Bounds and sizes
+ * --------------------------------------------------------------------- */
+
+constexpr int MAC_MIN_LEVEL_ID = 1;
+constexpr int MAC_MAX_LEVEL_ID = 9999;
+constexpr int MAC_MIN_COMP_ID = 1;
+constexpr int MAC_MAX_COMP_ID = 9999;
+constexpr int32 MAC_MIN_LABEL_ID = 1;
+constexpr int32 MAC_MAX_LABEL_ID = 99999999;
+constexpr int MAC_MAX_STRING_CHARS = 4000;
+
+inline bool mac_valid_level_id(int id) { return id >= MAC_MIN_LEVEL_ID && id <= MAC_MAX_LEVEL_ID; }
+inline bool mac_valid_comp_id(int id) { return id >= MAC_MIN_COMP_ID && id <= MAC_MAX_COMP_ID; }
+inline bool mac_valid_label_id(int32 id) { return id >= MAC_MIN_LABEL_ID && id <= MAC_MAX_LABEL_ID; }
+
+/* ---------------------------------------------------------------------
+ * Catalog tables: column numbers (the install script fixes the order)
+ * --------------------------------------------------------------------- */
+
+namespace mac_col {
+/* lavrel_policy */
+constexpr AttrNumber policy_oid = 1, policy_name = 2, policy_col_name = 3,
+                     policy_col_hidden = 4, policy_enable = 5, policy_natts = 5;
+/* lavrel_level and lavrel_compartment share one shape */
+constexpr AttrNumber level_policy_oid = 1, level_id = 2, level_name = 3,
+                     level_name_copy = 4, level_natts = 4;
+constexpr AttrNumber comp_policy_oid = 1, comp_id = 2, comp_name = 3,
+                     comp_name_copy = 4, comp_natts = 4;
+/* lavrel_label */
+constexpr AttrNumber label_id = 1, label_policy_oid = 2, label_level_id = 3,
+                     label_compartments = 4, label_reserved = 5, label_natts = 5;
+/* lavrel_policy_enforcement */
+constexpr AttrNumber enf_policy_oid = 1, enf_relation_oid = 2, enf_natts = 2;
+/* lavrel_user */
+constexpr AttrNumber user_oid = 1, user_policy_oid = 2, user_privs = 3,
+                     user_max_level = 4, user_min_write_level = 5,
+                     user_def_level = 6, user_row_level = 7,
+                     user_max_read_comps = 8, user_max_write_comps = 9,
+                     user_def_comps = 10, user_row_comps = 11,
+                     user_min_write_comps = 12, user_natts = 12;
+/* lavrel_obj */
+constexpr AttrNumber obj_policy_oid = 1, obj_policy_name = 2, obj_type = 3,
+                     obj_namespace = 4, obj_oid = 5, obj_label_id = 6,
+                     obj_natts = 6;
+} // namespace mac_col
+
+extern "C" {
+
+/* ---------------------------------------------------------------------
+ * lavrel.cpp: module frame
+ * --------------------------------------------------------------------- */
+
+extern PGDLLEXPORT bool Enable_mac;
+extern PGDLLEXPORT bool MacNeedToCheckPermisition;
+extern PGDLLEXPORT bool MacCreateLavrelExtension;
+extern PGDLLEXPORT ProcessUtility_hook_type policy_process_utility_hook_next;
+
+extern PGDLLEXPORT Oid MacPolicyRelationId;
+extern PGDLLEXPORT Oid MacLevelRelationId;
+extern PGDLLEXPORT Oid MacCompartmentRelationId;
+extern PGDLLEXPORT Oid MacLabelRelationId;
+extern PGDLLEXPORT Oid MacPolicyEnforcementRelationId;
+extern PGDLLEXPORT Oid MacPolicyUserRelationId;
+extern PGDLLEXPORT Oid MacObjRelationId;
+
+extern PGDLLEXPORT Oid GenDefLabelProc;
+extern PGDLLEXPORT Oid ReadMediationProc;
+extern PGDLLEXPORT Oid WriteMediationProc;
+extern PGDLLEXPORT Oid LabelInsertProc;
+extern PGDLLEXPORT Oid LabelUpdateProc;
+extern PGDLLEXPORT Oid LabelToCharProc;
+extern PGDLLEXPORT Oid CharToLabelProc;
+extern PGDLLEXPORT Oid PolicyMaxLabelIdProc;
+extern PGDLLEXPORT Oid PolicyMinLabelIdProc;
+
+PGDLLEXPORT void _PG_init(void);
+PGDLLEXPORT void _PG_fini(void);
+PGDLLEXPORT bool MAC_isenable(void);
+PGDLLEXPORT bool MacNeedCheckPermisition(void);
+PGDLLEXPORT void MacCreateExtensionProcess(const char *extname, bool starting);
+Oid LookupMacFunctionOid(Oid namespaceId, const char *name);
+
+/* ---------------------------------------------------------------------
+ * policy_misc.cpp: permission check and argument checks
+ * --------------------------------------------------------------------- */
+
+PGDLLEXPORT void MacPermissionCheck(const char *action);
+PGDLLEXPORT pg_attribute_noreturn() void RaiseNullArgException(const char *what);
+PGDLLEXPORT char *GetIdentifierFromArg(char *str, const char *what);
+PGDLLEXPORT char *GetLabelFromArg(Datum value);
+PGDLLEXPORT char *GetCompartmentsFromArg(Datum value);
+PGDLLEXPORT char *GetPrivilegesFromArg(Datum value);
+
+/* Each takes one SQL argument as the function manager delivers it. */
+PGDLLEXPORT char *CheckPolicyNameArg(bool isnull, Datum value);
+PGDLLEXPORT char *CheckPolicyColNameArg(bool isnull, Datum value);
+PGDLLEXPORT bool CheckPolicyColumnHideArg(bool isnull, Datum value);
+PGDLLEXPORT bool CheckDropColumnArg(bool isnull, Datum value);
+PGDLLEXPORT char *CheckLevelNameArg(bool isnull, Datum value);
+PGDLLEXPORT int16 CheckLevelIdArg(bool isnull, Datum value);
+PGDLLEXPORT char *CheckSetLevelArg(bool isnull, Datum value);
+PGDLLEXPORT char *CheckCompartmentNameArg(bool isnull, Datum value);
+PGDLLEXPORT int16 CheckCompIdArg(bool isnull, Datum value);
+PGDLLEXPORT char *CheckSetCompartmentsArg(bool isnull, Datum value);
+PGDLLEXPORT char *CheckLabelStrArg(bool isnull, Datum value);
+PGDLLEXPORT int32 CheckLabelIdArg(bool isnull, Datum value);
+PGDLLEXPORT char *CheckUserNameArg(bool isnull, Datum value);
+PGDLLEXPORT char *CheckPolicyPrivsStrArg(bool isnull, Datum value);
+PGDLLEXPORT char *CheckSchemaNameArg(bool isnull, Datum value);
+PGDLLEXPORT char *CheckRelNameArg(bool isnull, Datum value);
+
+/* Argument n of the current call, as a (isnull, value) pair for Check*Arg. */
+#define MAC_ARG(n) PG_ARGISNULL(n), PG_GETARG_DATUM(n)
+
+PGDLLEXPORT void MacCanProtected(Oid policy_id, Oid relid);
+
+PGDLLEXPORT int2vector *bms_to_int2vector(const Bitmapset *set);
+PGDLLEXPORT Bitmapset *int2vector_to_bms(const int2vector *vector);
+
+/* ---------------------------------------------------------------------
+ * parse_ident.cpp
+ * --------------------------------------------------------------------- */
+
+PGDLLEXPORT void SplitOneIdentifierString(char *rawstring, char **endp,
+                                          char **ident, bool warn);
+
+/* ---------------------------------------------------------------------
+ * policy_label.cpp: the label record and dominance
+ * --------------------------------------------------------------------- */
+
+typedef struct MacLabel
+{
+    int16       level;          /* level id; 0 in a label built empty */
+    Bitmapset  *compartments;   /* owned by the label; NULL is empty */
+} MacLabel;
+
+typedef enum MacLabelOrder
+{
+    LABEL_NONCOMPARABLE = 0,
+    LABEL_EQUAL = 1,
+    LABEL_DOMINATES = 2,
+    LABEL_DOMINATED = 3
+} MacLabelOrder;
+
+constexpr uint32 MERGE_MAX_LEVEL = 0x01;
+constexpr uint32 MERGE_MIN_LEVEL = 0x02;
+constexpr uint32 MERGE_UNION = 0x04;
+constexpr uint32 MERGE_INTERSECT = 0x08;
+constexpr uint32 MERGE_DIFFERENCE = 0x10;
+/* The greatest lower bound of two labels: the only merge the system uses. */
+constexpr uint32 MERGE_GLB = MERGE_MIN_LEVEL | MERGE_INTERSECT;
+
+PGDLLEXPORT MacLabel *make_mac_label(int16 level, const Bitmapset *compartments);
+PGDLLEXPORT MacLabel *copy_mac_label(const MacLabel *label);
+PGDLLEXPORT void free_mac_label(MacLabel *label);
+PGDLLEXPORT MacLabelOrder compare_mac_label(const MacLabel *a, const MacLabel *b);
+PGDLLEXPORT bool strictly_dominates(const MacLabel *a, const MacLabel *b);
+PGDLLEXPORT bool dominates(const MacLabel *a, const MacLabel *b);
+PGDLLEXPORT bool dominated_by(const MacLabel *a, const MacLabel *b);
+PGDLLEXPORT bool strictly_dominated_by(const MacLabel *a, const MacLabel *b);
+PGDLLEXPORT MacLabel *merge_label(const MacLabel *a, const MacLabel *b, uint32 options);
+
+/* ---------------------------------------------------------------------
+ * policy_label.cpp: label strings
+ * --------------------------------------------------------------------- */
+
+PGDLLEXPORT MacLabel *CStringToMACLabel(Oid policy_id, char *str);
+PGDLLEXPORT int16 CStringToMACLevel(Oid policy_id, char *str);
+PGDLLEXPORT Bitmapset *CStringToMACComp(Oid policy_id, char *str);
+PGDLLEXPORT char *MacLabelToCString(Oid policy_id, const MacLabel *label);
+PGDLLEXPORT int16 deparse_label_level(Oid policy_id, char *str, char **end);
+PGDLLEXPORT Bitmapset *deparse_label_comps(Oid policy_id, char *str, char **end);
+PGDLLEXPORT int32 char_to_label(const char *policy_name, char *str);
+PGDLLEXPORT char *label_to_char(int32 label_id);
+
+/* policy_label.cpp: label administration */
+PGDLLEXPORT void RemoveLabelById(int32 label_id);
+
+/* ---------------------------------------------------------------------
+ * Mediation masks (built by policy_session.cpp, read by the row checks)
+ * --------------------------------------------------------------------- */
+
+constexpr uint32 MAC_MED_READ = 0x01;
+constexpr uint32 MAC_MED_READ_BY_PRIV = 0x02;
+constexpr uint32 MAC_MED_WRITE = 0x04;
+constexpr uint32 MAC_MED_WRITE_BY_PRIV = 0x08;
+constexpr uint32 MAC_MED_INSERT = 0x10;
+constexpr uint32 MAC_MED_INSERT_BY_PRIV = 0x20;
+constexpr uint32 MAC_MED_PRIV_READ = 0x40;
+constexpr uint32 MAC_MED_PRIV_FULL = 0x80;
+constexpr uint32 MAC_MED_UPD_LEVEL = 0x100;
+constexpr uint32 MAC_MED_UPD_LEVEL_BY_PRIV = 0x200;
+constexpr uint32 MAC_MED_UPD_COMPS = 0x400;
+constexpr uint32 MAC_MED_UPD_COMPS_BY_PRIV = 0x800;
+constexpr uint32 MAC_MED_UPD_WRITEUP = 0x1000;
+constexpr uint32 MAC_MED_UPD_WRITEDOWN = 0x2000;
+constexpr uint32 MAC_MED_UPD_WRITEACROSS = 0x4000;
+
+/* What a privilege alone grants when no label test did. */
+constexpr uint32 MAC_MED_BY_READ = MAC_MED_READ | MAC_MED_READ_BY_PRIV | MAC_MED_PRIV_READ;  /* 0x43 */
+constexpr uint32 MAC_MED_BY_FULL_READ = MAC_MED_READ | MAC_MED_READ_BY_PRIV | MAC_MED_PRIV_FULL; /* 0x83 */
+constexpr uint32 MAC_MED_BY_FULL_WRITE = MAC_MED_WRITE | MAC_MED_WRITE_BY_PRIV | MAC_MED_PRIV_FULL; /* 0x8C */
+constexpr uint32 MAC_MED_BY_FULL_INSERT = MAC_MED_INSERT | MAC_MED_INSERT_BY_PRIV | MAC_MED_PRIV_FULL; /* 0xB0 */
+constexpr uint32 MAC_MED_BY_FULL = 0xBF;     /* every access bit, through FULL */
+constexpr uint32 MAC_MED_UPD_SAME = MAC_MED_UPD_LEVEL | MAC_MED_UPD_COMPS;   /* 0x500 */
+constexpr uint32 MAC_MED_UPD_BY_FULL = 0xF80;
+
+PGDLLEXPORT uint32 LookupLabelAccessResults(Oid policy_id, bool isnull, int32 label_id);
+PGDLLEXPORT uint32 LookupLabelInsertResults(Oid policy_id, bool isnull, int32 label_id);
+PGDLLEXPORT uint32 LookupLabelUpdateResults(Oid policy_id, bool old_isnull, int32 old_label,
+                                            bool new_isnull, int32 new_label);
+
+/* ---------------------------------------------------------------------
+ * Privileges (policy_user.cpp)
+ * --------------------------------------------------------------------- */
+
+constexpr uint16 MAC_PRIV_READ = 0x01;
+constexpr uint16 MAC_PRIV_FULL = 0x02;
+constexpr uint16 MAC_PRIV_WRITEUP = 0x04;
+constexpr uint16 MAC_PRIV_WRITEDOWN = 0x08;
+constexpr uint16 MAC_PRIV_WRITEACROSS = 0x10;
+constexpr uint16 MAC_PRIV_ALL = 0x1F;
+
+PGDLLEXPORT uint16 MacPrivsCstringToPrivs(const char *str);
+PGDLLEXPORT char *MacPrivsToCstringPrivs(uint16 privs);
+
+/* ---------------------------------------------------------------------
+ * policy_syscat.cpp: catalog scans and lookups
+ * --------------------------------------------------------------------- */
+
+/* One user's authorization under one policy (lavrel_user columns 4..12). */
+typedef struct UserPolicyAccess
+{
+    int16       max_level;
+    int16       min_write_level;
+    int16       def_level;
+    int16       row_level;
+    Bitmapset  *max_read_comps;
+    Bitmapset  *max_write_comps;
+    Bitmapset  *def_comps;
+    Bitmapset  *row_comps;
+    Bitmapset  *min_write_comps;
+} UserPolicyAccess;
+
+/*
+ * A sequential scan of one catalog table under a registered latest
+ * snapshot.  Every reader and writer of the catalogs goes through it.
+ */
+typedef struct MacCatalogScan
+{
+    Relation        rel;
+    LOCKMODE        lockmode;
+    Snapshot        snapshot;
+    TableScanDesc   scan;
+} MacCatalogScan;
+
+/* Scan keys: equality with the comparison procedure of the column's type. */
+void mac_key_oid(ScanKey key, AttrNumber attno, Oid value);
+void mac_key_int2(ScanKey key, AttrNumber attno, int16 value);
+void mac_key_int4(ScanKey key, AttrNumber attno, int32 value);
+/* `buf` holds the comparison value and must outlive the scan. */
+void mac_key_name(ScanKey key, AttrNumber attno, NameData *buf, const char *value);
+
+void mac_scan_begin(MacCatalogScan *s, Oid relid, LOCKMODE lockmode,
+                    int nkeys, ScanKey keys);
+HeapTuple mac_scan_next(MacCatalogScan *s);
+void mac_scan_end(MacCatalogScan *s);
+/* Column of a tuple of the scan; *isnull set when given. */
+Datum mac_scan_getattr(MacCatalogScan *s, HeapTuple tuple, AttrNumber attno, bool *isnull);
+
+/* Writers: each opens the table RowExclusiveLock and ends with a CCI. */
+void mac_catalog_insert(Oid relid, Datum *values, bool *nulls);
+void mac_catalog_update(MacCatalogScan *s, HeapTuple tuple, Datum *values,
+                        bool *nulls, bool *replace);
+void mac_catalog_delete(MacCatalogScan *s, HeapTuple tuple);
+
+/* lavrel_policy, lavrel_level, lavrel_compartment */
+PGDLLEXPORT char *get_policy_name(Oid policy_id);
+PGDLLEXPORT Oid get_policy_id(const char *name);
+PGDLLEXPORT Oid get_policy_id_checked(const char *name);
+PGDLLEXPORT void policy_object_checked(Oid policy_id);
+PGDLLEXPORT char *get_policy_colname(Oid policy_id);
+PGDLLEXPORT bool get_policyenabled(Oid policy_id);
+PGDLLEXPORT Oid get_policyid_by_colname(const char *colname);
+PGDLLEXPORT bool get_policy_colhidden(const char *colname);
+PGDLLEXPORT char *get_level_name(Oid policy_id, int16 level_id);
+PGDLLEXPORT int16 get_level_id(Oid policy_id, const char *name);
+PGDLLEXPORT int16 get_min_level_id(Oid policy_id);
+PGDLLEXPORT bool level_id_exists(Oid policy_id, int16 level_id);
+PGDLLEXPORT char *get_compartment_name(Oid policy_id, int16 comp_id);
+PGDLLEXPORT int16 get_compartment_id(Oid policy_id, const char *name);
+PGDLLEXPORT bool compartment_id_exists(Oid policy_id, int16 comp_id);
+
+/* lavrel_label, lavrel_policy_enforcement, lavrel_user */
+PGDLLEXPORT Oid get_label_policy_id(int32 label_id);
+PGDLLEXPORT int32 get_label_id(Oid policy_id, const MacLabel *label);
+PGDLLEXPORT MacLabel *get_label_by_id(int32 label_id);
+PGDLLEXPORT bool label_id_exists(int32 label_id);
+PGDLLEXPORT List *get_policy_label_ids(Oid policy_id);
+PGDLLEXPORT List *get_policyids_on_rel(Oid relid);
+PGDLLEXPORT List *get_relids_by_policy(Oid policy_id);
+PGDLLEXPORT bool has_policy_applied_to_rel(Oid policy_id, Oid relid);
+PGDLLEXPORT uint16 get_user_policy_privilege(Oid policy_id, Oid user_id);
+PGDLLEXPORT List *get_all_user_accesses(Oid user_id);
+PGDLLEXPORT bool get_user_policy_access(Oid policy_id, Oid user_id, UserPolicyAccess *out);
+
+/*
+ * Locks a policy as a database object and re-checks that it still exists:
+ * the prologue of every administrative function.  Returns the policy id.
+ */
+Oid mac_lock_policy(const char *policy_name, LOCKMODE lockmode);
+
+/* ---------------------------------------------------------------------
+ * policy_cmds.cpp: policies, levels, compartments, table policies
+ * --------------------------------------------------------------------- */
+
+PGDLLEXPORT void RemovePolicyByIdMac(Oid policy_id);
+void DropObjectById(Oid relid, AttrNumber attno, Oid id);
+void DropObjectBy2Id(Oid relid, AttrNumber attno1, Oid id, AttrNumber attno2, int16 small_id);
+void DropObjectByCompId(Oid relid, AttrNumber attno, Oid id, AttrNumber vec_attno, int16 comp_id);
+
+PGDLLEXPORT bool IsPolicyColumn(Oid relid, const char *colname);
+PGDLLEXPORT void MAC_PolicyColPermCheck(Oid relid, const char *colname);
+PGDLLEXPORT bool MAC_IsPolicyProtectedRel(Oid relid);
+PGDLLEXPORT void ExtractRelPolicies(Oid relid, List **policy_ids, List **attnos,
+                                    bool include_disabled);
+
+/* ---------------------------------------------------------------------
+ * policy_session.cpp: session label state and caches
+ * --------------------------------------------------------------------- */
+
+/* Element of the three session hash tables: the key and its record. */
+typedef struct MacHashEntry
+{
+    uint32      key;
+    void       *record;
+} MacHashEntry;
+
+typedef struct MacSessionLabel
+{
+    MacHashEntry *entry;        /* back-link; NULL once removed */
+    Oid         user_id;
+    MacLabel   *max_read_label;
+    MacLabel   *max_write_label;
+    MacLabel   *min_write_label;
+    MacLabel   *read_label;
+    MacLabel   *write_label;
+    MacLabel   *row_label;
+    uint16      privs;
+} MacSessionLabel;
+
+typedef struct MacLabelMediation
+{
+    MacHashEntry *entry;
+    uint32      policy_id;
+    uint32      information_mask;
+} MacLabelMediation;
+
+typedef struct MacLabelLookupInfo
+{
+    MacHashEntry *entry;
+    int32       default_row_label_id;
+    int32       max_label_id;
+    int32       min_label_id;
+    int32       label_count;
+} MacLabelLookupInfo;
+
+extern PGDLLEXPORT HTAB *MacSessionLabelHT;
+extern PGDLLEXPORT HTAB *MacLabelLookupInfoHT;
+extern PGDLLEXPORT HTAB *MacLabelMediationHT;
+
+PGDLLEXPORT void SyncMacSession(bool release_snapshots);
+PGDLLEXPORT int32 get_policy_row_label_id(Oid policy_id);
+PGDLLEXPORT int32 get_policy_read_max_label_id(Oid policy_id);
+PGDLLEXPORT int32 get_policy_read_min_label_id(Oid policy_id);
+PGDLLEXPORT bool need_mac_indexable_quals(Oid policy_id);
+
+MacSessionLabel *mac_SessionLabelHTLookup(Oid policy_id);
+MacLabelLookupInfo *mac_LabelLookupInfoHTLookup(Oid policy_id);
+MacLabelMediation *mac_LabelMediationHTLookup(int32 label_id);
+void mac_SessionLabelHTInsert(Oid policy_id, MacSessionLabel *rec);
+void mac_LabelLookupInfoHTInsert(Oid policy_id, MacLabelLookupInfo *rec);
+void mac_LabelMediationHTInsert(int32 label_id, MacLabelMediation *rec);
+void mac_SessionLabelHTDelete(MacSessionLabel *rec);
+void mac_LabelLookupInfoHTDelete(MacLabelLookupInfo *rec);
+void mac_LabelMediationHTDelete(MacLabelMediation *rec);
+
+/* ---------------------------------------------------------------------
+ * policy_user.cpp: user authorizations
+ * --------------------------------------------------------------------- */
+
+PGDLLEXPORT void RemoveMacUserAccess(Oid policy_id, Oid user_id);
+
+} /* extern "C" */
+
+/*
+ * Declares a SQL-callable function with its information function, both with
+ * C linkage so that the install script can bind them by name.
+ */
+#define MAC_SQL_FUNCTION(name) \
+    extern "C" { PG_FUNCTION_INFO_V1(name); } \
+    extern "C" Datum name(PG_FUNCTION_ARGS)
+
+#endif /* LAVREL_H */

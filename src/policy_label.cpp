@@ -1,0 +1,689 @@
+/*
+ * policy_label.cpp
+ *    Labels: the in-memory label record and its dominance order, the
+ *    textual form of labels ("level:comp1,comp2"), the administrative
+ *    functions that create, alter and drop labels in lavrel_label, and the
+ *    per-row mediation functions that the rewritten queries call.
+ *
+ * A label is a level plus a set of compartments.  Label a dominates label b
+ * when a's level is not lower than b's and a's compartments include all of
+ * b's.  Rows of protected tables carry only a label id; lavrel_label maps
+ * the id to its policy, level and compartments.
+ */
+#include "lavrel.h"
+
+/* ---------------------------------------------------------------------
+ * The label record and dominance
+ * --------------------------------------------------------------------- */
+
+/* Builds a label that takes ownership of `compartments`. */
+static MacLabel *
+new_mac_label(int16 level, Bitmapset *compartments)
+{
+    MacLabel   *label = (MacLabel *) palloc(sizeof(MacLabel));
+
+    label->level = level;
+    label->compartments = compartments;
+    return label;
+}
+
+/* A new label; the caller keeps its own `compartments`. */
+MacLabel *
+make_mac_label(int16 level, const Bitmapset *compartments)
+{
+    return new_mac_label(level, bms_copy(compartments));
+}
+
+MacLabel *
+copy_mac_label(const MacLabel *label)
+{
+    if (label == NULL)
+        return NULL;
+    return make_mac_label(label->level, label->compartments);
+}
+
+void
+free_mac_label(MacLabel *label)
+{
+    if (label == NULL)
+        return;
+    bms_free(label->compartments);
+    pfree(label);
+}
+
+/*
+ * Four-way comparison of two labels.  An empty compartment set, allocated
+ * or not, is a subset of every set.
+ */
+MacLabelOrder
+compare_mac_label(const MacLabel *a, const MacLabel *b)
+{
+    if (a == b)
+        return LABEL_EQUAL;
+
+    BMS_Comparison comps = bms_subset_compare(a->compartments, b->compartments);
+
+    if (a->level < b->level)
+        return (comps == BMS_EQUAL || comps == BMS_SUBSET1) ? LABEL_DOMINATED
+                                                           : LABEL_NONCOMPARABLE;
+    if (a->level > b->level)
+        return (comps == BMS_EQUAL || comps == BMS_SUBSET2) ? LABEL_DOMINATES
+                                                           : LABEL_NONCOMPARABLE;
+    switch (comps)
+    {
+        case BMS_EQUAL:
+            return LABEL_EQUAL;
+        case BMS_SUBSET1:
+            return LABEL_DOMINATED;
+        case BMS_SUBSET2:
+            return LABEL_DOMINATES;
+        case BMS_DIFFERENT:
+            break;
+    }
+    return LABEL_NONCOMPARABLE;
+}
+
+bool
+strictly_dominates(const MacLabel *a, const MacLabel *b)
+{
+    return compare_mac_label(a, b) == LABEL_DOMINATES;
+}
+
+bool
+dominates(const MacLabel *a, const MacLabel *b)
+{
+    MacLabelOrder order = compare_mac_label(a, b);
+
+    return order == LABEL_EQUAL || order == LABEL_DOMINATES;
+}
+
+bool
+dominated_by(const MacLabel *a, const MacLabel *b)
+{
+    return dominates(b, a);
+}
+
+bool
+strictly_dominated_by(const MacLabel *a, const MacLabel *b)
+{
+    return strictly_dominates(b, a);
+}
+
+/*
+ * A new label derived from a and b.  The level is the higher of the two
+ * with MERGE_MAX_LEVEL, else the lower; the compartments are taken by the
+ * first of MERGE_UNION, MERGE_INTERSECT, MERGE_DIFFERENCE that is set, and
+ * are empty when none is.
+ */
+MacLabel *
+merge_label(const MacLabel *a, const MacLabel *b, uint32 options)
+{
+    if (options == 0)
+        ereport(ERROR,
+                (errcode(ERRCODE_SYNTAX_ERROR),
+                 errmsg("invalid merge label option: %d", (int) options)));
+
+    int16       level = (options & MERGE_MAX_LEVEL) ? Max(a->level, b->level)
+                                                    : Min(a->level, b->level);
+    Bitmapset  *comps = NULL;
+
+    if (options & MERGE_UNION)
+        comps = bms_union(a->compartments, b->compartments);
+    else if (options & MERGE_INTERSECT)
+        comps = bms_intersect(a->compartments, b->compartments);
+    else if (options & MERGE_DIFFERENCE)
+        comps = bms_difference(a->compartments, b->compartments);
+
+    return new_mac_label(level, comps);
+}
+
+/* ---------------------------------------------------------------------
+ * Label strings
+ *
+ * label       = level-name [ ":" [ comp-name { "," comp-name } [ "," ] ] ]
+ *
+ * Names are identifiers (unquoted ones folded to lower case); no blank is
+ * allowed anywhere outside double quotes.  A label prints as its level
+ * name, a colon, and its compartment names in ascending id order.
+ * --------------------------------------------------------------------- */
+
+/*
+ * Reads the level name at the start of `str` and returns its id in the
+ * policy; *end (when given) is set just behind the name.
+ */
+int16
+deparse_label_level(Oid policy_id, char *str, char **end)
+{
+    char       *stop;
+    char       *name;
+
+    SplitOneIdentifierString(str, &stop, &name, true);
+    if (*stop != ':' && *stop != '\0')
+        ereport(ERROR,
+                (errcode(ERRCODE_SYNTAX_ERROR),
+                 errmsg("label format is invalid near or at the level name")));
+
+    int16       level = get_level_id(policy_id, name);
+
+    if (!mac_valid_level_id(level))
+    {
+        char       *policy_name = get_policy_name(policy_id);
+
+        ereport(ERROR,
+                (errcode(ERRCODE_SYNTAX_ERROR),
+                 errmsg("level \"%s\" does not exist in policy \"%s\"",
+                        name, policy_name)));
+    }
+    pfree(name);
+
+    if (end != NULL)
+        *end = stop;
+    return level;
+}
+
+/*
+ * Reads a comma-separated list of compartment names (possibly empty, with
+ * an optional trailing comma) and returns the set of their ids; *end (when
+ * given) is set where reading stopped.
+ */
+Bitmapset *
+deparse_label_comps(Oid policy_id, char *str, char **end)
+{
+    Bitmapset  *comps = NULL;
+    char       *pos = str;
+
+    while (*pos != '\0')
+    {
+        char       *name;
+
+        SplitOneIdentifierString(pos, &pos, &name, true);
+        if (*pos != ',' && *pos != '\0')
+            ereport(ERROR,
+                    (errcode(ERRCODE_SYNTAX_ERROR),
+                     errmsg("label format is invalid near or at the compartment name")));
+
+        int16       comp = get_compartment_id(policy_id, name);
+
+        if (!mac_valid_comp_id(comp))
+        {
+            char       *policy_name = get_policy_name(policy_id);
+
+            ereport(ERROR,
+                    (errcode(ERRCODE_SYNTAX_ERROR),
+                     errmsg("compartment \"%s\" does not exist in policy \"%s\"",
+                            name, policy_name)));
+        }
+        /* by id, so two spellings that fold to one name are duplicates */
+        if (bms_is_member(comp, comps))
+            ereport(ERROR,
+                    (errcode(ERRCODE_SYNTAX_ERROR),
+                     errmsg("compartment \"%s\" already exists in label", name)));
+        comps = bms_add_member(comps, comp);
+        pfree(name);
+
+        if (*pos == ',')
+            pos++;
+    }
+
+    if (end != NULL)
+        *end = pos;
+    return comps;
+}
+
+/* Parses a whole label string of the policy. */
+MacLabel *
+CStringToMACLabel(Oid policy_id, char *str)
+{
+    char       *pos;
+    int16       level = deparse_label_level(policy_id, str, &pos);
+    Bitmapset  *comps = NULL;
+
+    if (*pos == ':')
+        comps = deparse_label_comps(policy_id, pos + 1, &pos);
+    if (*pos != '\0')
+        ereport(ERROR,
+                (errcode(ERRCODE_INVALID_NAME),
+                 errmsg("invalid label string \"%s\"", str)));
+
+    return new_mac_label(level, comps);
+}
+
+/* Parses a level name alone; unlike a label string, no ":" may follow. */
+int16
+CStringToMACLevel(Oid policy_id, char *str)
+{
+    char       *pos;
+    int16       level = deparse_label_level(policy_id, str, &pos);
+
+    if (*pos != '\0')
+        ereport(ERROR,
+                (errcode(ERRCODE_INVALID_NAME),
+                 errmsg("invalid level string \"%s\"", str)));
+    return level;
+}
+
+/* Parses a compartment list alone; an empty list gives the empty set. */
+Bitmapset *
+CStringToMACComp(Oid policy_id, char *str)
+{
+    char       *pos;
+    Bitmapset  *comps = deparse_label_comps(policy_id, str, &pos);
+
+    if (*pos != '\0')
+        ereport(ERROR,
+                (errcode(ERRCODE_INVALID_NAME),
+                 errmsg("invalid compartments string \"%s\"", str)));
+    return comps;
+}
+
+/* Prints a label with the names the policy's catalogs store. */
+char *
+MacLabelToCString(Oid policy_id, const MacLabel *label)
+{
+    StringInfoData buf;
+    char       *name = get_level_name(policy_id, label->level);
+
+    initStringInfo(&buf);
+    appendStringInfoString(&buf, name);
+    appendStringInfoChar(&buf, ':');
+    pfree(name);
+
+    bool        first = true;
+
+    for (int comp = bms_next_member(label->compartments, -1); comp >= 0;
+         comp = bms_next_member(label->compartments, comp))
+    {
+        if (!first)
+            appendStringInfoChar(&buf, ',');
+        first = false;
+        name = get_compartment_name(policy_id, (int16) comp);
+        appendStringInfoString(&buf, name);
+        pfree(name);
+    }
+    return buf.data;
+}
+
+/*
+ * The id of the label that `str` names in the policy.  Holds a shared lock
+ * on the policy to the end of the transaction, so that the policy cannot be
+ * dropped under the lookup.
+ */
+int32
+char_to_label(const char *policy_name, char *str)
+{
+    Oid         policy_id = mac_lock_policy(policy_name, AccessShareLock);
+    MacLabel   *label = CStringToMACLabel(policy_id, str);
+    int32       label_id = get_label_id(policy_id, label);
+
+    if (!mac_valid_label_id(label_id))
+        ereport(ERROR,
+                (errcode(ERRCODE_SYNTAX_ERROR),
+                 errmsg("label \"%s\" does not exist", str)));
+    free_mac_label(label);
+    return label_id;
+}
+
+/* The printed form of the label with this id. */
+char *
+label_to_char(int32 label_id)
+{
+    MacLabel   *label = get_label_by_id(label_id);
+
+    if (label == NULL)
+        ereport(ERROR,
+                (errcode(ERRCODE_SYNTAX_ERROR),
+                 errmsg("label id %d does not exist", label_id)));
+
+    char       *str = MacLabelToCString(get_label_policy_id(label_id), label);
+
+    free_mac_label(label);
+    return str;
+}
+
+/* label_to_char(label_id int4) RETURNS varchar */
+MAC_SQL_FUNCTION(LabelToChar)
+{
+    int32       label_id = CheckLabelIdArg(MAC_ARG(0));
+    char       *str = label_to_char(label_id);
+    Datum       result = DirectFunctionCall3(varcharin, CStringGetDatum(str),
+                                             ObjectIdGetDatum(InvalidOid),
+                                             Int32GetDatum(-1));
+
+    pfree(str);
+    PG_RETURN_DATUM(result);
+}
+
+/* char_to_label(policy_name text, label text) RETURNS int4 */
+MAC_SQL_FUNCTION(CharToLabel)
+{
+    char       *policy_name = CheckPolicyNameArg(MAC_ARG(0));
+    char       *str = CheckLabelStrArg(MAC_ARG(1));
+    int32       label_id = char_to_label(policy_name, str);
+
+    pfree(policy_name);
+    pfree(str);
+    PG_RETURN_INT32(label_id);
+}
+
+/* ---------------------------------------------------------------------
+ * Label administration
+ *
+ * A label id is unique over all policies; within a policy no two labels
+ * have the same level and compartments.  Rows and user authorizations
+ * refer to labels by id only, so altering a label relabels every row that
+ * carries the id, and dropping one leaves such ids dangling.
+ * --------------------------------------------------------------------- */
+
+static void
+InsertLabelTuple(int32 label_id, Oid policy_id, int16 level,
+                 const Bitmapset *compartments)
+{
+    Datum       values[mac_col::label_natts] = {};
+    bool        nulls[mac_col::label_natts] = {};
+
+    values[mac_col::label_id - 1] = Int32GetDatum(label_id);
+    values[mac_col::label_policy_oid - 1] = ObjectIdGetDatum(policy_id);
+    values[mac_col::label_level_id - 1] = Int16GetDatum(level);
+    values[mac_col::label_compartments - 1] =
+        PointerGetDatum(bms_to_int2vector(compartments));
+    nulls[mac_col::label_reserved - 1] = true;
+
+    mac_catalog_insert(MacLabelRelationId, values, nulls);
+}
+
+/*
+ * Starts a row-exclusive scan of lavrel_label for the label id and returns
+ * its row, or NULL.  `key` must live as long as the scan.
+ */
+static HeapTuple
+begin_label_row_scan(MacCatalogScan *scan, ScanKey key, int32 label_id)
+{
+    mac_key_int4(key, mac_col::label_id, label_id);
+    mac_scan_begin(scan, MacLabelRelationId, RowExclusiveLock, 1, key);
+    return mac_scan_next(scan);
+}
+
+/* Gives the label a new level and compartments; its other columns stay. */
+static void
+AlterLabelTuple(int32 label_id, int16 level, const Bitmapset *compartments)
+{
+    Datum       values[mac_col::label_natts] = {};
+    bool        nulls[mac_col::label_natts] = {};
+    bool        replace[mac_col::label_natts] = {};
+    MacCatalogScan scan;
+    ScanKeyData key;
+
+    values[mac_col::label_level_id - 1] = Int16GetDatum(level);
+    replace[mac_col::label_level_id - 1] = true;
+    values[mac_col::label_compartments - 1] =
+        PointerGetDatum(bms_to_int2vector(compartments));
+    replace[mac_col::label_compartments - 1] = true;
+
+    HeapTuple   tuple = begin_label_row_scan(&scan, &key, label_id);
+
+    if (!HeapTupleIsValid(tuple))
+        ereport(ERROR,
+                (errcode(ERRCODE_SYNTAX_ERROR),
+                 errmsg("label id %d does not exist", label_id)));
+    mac_catalog_update(&scan, tuple, values, nulls, replace);
+    mac_scan_end(&scan);
+    CommandCounterIncrement();
+}
+
+void
+RemoveLabelById(int32 label_id)
+{
+    MacCatalogScan scan;
+    ScanKeyData key;
+    HeapTuple   tuple = begin_label_row_scan(&scan, &key, label_id);
+
+    if (!HeapTupleIsValid(tuple))
+        ereport(ERROR,
+                (errcode(ERRCODE_SYNTAX_ERROR),
+                 errmsg("label id %d does not exist", label_id)));
+    mac_catalog_delete(&scan, tuple);
+    mac_scan_end(&scan);
+    CommandCounterIncrement();
+}
+
+/*
+ * Parses a label string for a new or altered label, refusing a level and
+ * compartment set that the policy already has a label for.
+ */
+static MacLabel *
+parse_unused_label(Oid policy_id, char *str)
+{
+    MacLabel   *label = CStringToMACLabel(policy_id, str);
+
+    if (get_label_id(policy_id, label) != 0)
+        ereport(ERROR,
+                (errcode(ERRCODE_SYNTAX_ERROR),
+                 errmsg("label \"%s\" already exists", str)));
+    return label;
+}
+
+/* Gives an existing label the level and compartments of a new string. */
+static void
+alter_label(Oid policy_id, int32 label_id, char *new_str)
+{
+    MacLabel   *label = parse_unused_label(policy_id, new_str);
+
+    AlterLabelTuple(label_id, label->level, label->compartments);
+    free_mac_label(label);
+}
+
+/* create_label(policy_name text, label text, label_id int4) */
+MAC_SQL_FUNCTION(CreateLabel)
+{
+    MacPermissionCheck("create label");
+    char       *policy_name = CheckPolicyNameArg(MAC_ARG(0));
+    char       *str = CheckLabelStrArg(MAC_ARG(1));
+    int32       label_id = CheckLabelIdArg(MAC_ARG(2));
+    Oid         policy_id = mac_lock_policy(policy_name, AccessExclusiveLock);
+
+    /* label ids are unique over all policies */
+    if (label_id_exists(label_id))
+        ereport(ERROR,
+                (errcode(ERRCODE_SYNTAX_ERROR),
+                 errmsg("label id %d has already been used", label_id)));
+
+    MacLabel   *label = parse_unused_label(policy_id, str);
+
+    InsertLabelTuple(label_id, policy_id, label->level, label->compartments);
+    free_mac_label(label);
+    pfree(str);
+    pfree(policy_name);
+    PG_RETURN_VOID();
+}
+
+/* alter_label(policy_name text, label_id int4, new_label text) */
+MAC_SQL_FUNCTION(AlterLabelById)
+{
+    MacPermissionCheck("alter label");
+    char       *policy_name = CheckPolicyNameArg(MAC_ARG(0));
+    int32       label_id = CheckLabelIdArg(MAC_ARG(1));
+    char       *new_str = CheckLabelStrArg(MAC_ARG(2));
+    Oid         policy_id = mac_lock_policy(policy_name, AccessExclusiveLock);
+
+    if (!label_id_exists(label_id))
+        ereport(ERROR,
+                (errcode(ERRCODE_SYNTAX_ERROR),
+                 errmsg("label id %d does not exist", label_id)));
+    /* the trailing blank is part of this message */
+    if (get_label_policy_id(label_id) != policy_id)
+        ereport(ERROR,
+                (errcode(ERRCODE_SYNTAX_ERROR),
+                 errmsg("label id %d does not exist in policy \"%s\" ",
+                        label_id, policy_name)));
+
+    alter_label(policy_id, label_id, new_str);
+    pfree(new_str);
+    pfree(policy_name);
+    PG_RETURN_VOID();
+}
+
+/*
+ * alter_label(policy_name text, label text, new_label text)
+ *
+ * Only the shared policy lock of char_to_label is taken here, unlike the
+ * by-id path.
+ */
+MAC_SQL_FUNCTION(AlterLabelByName)
+{
+    MacPermissionCheck("alter label");
+    char       *policy_name = CheckPolicyNameArg(MAC_ARG(0));
+    char       *str = CheckLabelStrArg(MAC_ARG(1));
+    char       *new_str = CheckLabelStrArg(MAC_ARG(2));
+    int32       label_id = char_to_label(policy_name, str);
+
+    alter_label(get_policy_id_checked(policy_name), label_id, new_str);
+    pfree(new_str);
+    pfree(str);
+    pfree(policy_name);
+    PG_RETURN_VOID();
+}
+
+/* drop_label(policy_name text, label_id int4) */
+MAC_SQL_FUNCTION(DropLabelById)
+{
+    MacPermissionCheck("drop label");
+    char       *policy_name = CheckPolicyNameArg(MAC_ARG(0));
+    int32       label_id = CheckLabelIdArg(MAC_ARG(1));
+    Oid         policy_id = mac_lock_policy(policy_name, AccessExclusiveLock);
+
+    /* an unknown id fails inside get_label_policy_id */
+    if (get_label_policy_id(label_id) != policy_id)
+        ereport(ERROR,
+                (errcode(ERRCODE_SYNTAX_ERROR),
+                 errmsg("label id %d does not exist in policy \"%s\"",
+                        label_id, policy_name)));
+
+    RemoveLabelById(label_id);
+    PG_RETURN_VOID();
+}
+
+/*
+ * drop_label(policy_name text, label text)
+ *
+ * Like the by-name alter, only char_to_label's shared lock is held.
+ */
+MAC_SQL_FUNCTION(DropLabelByName)
+{
+    MacPermissionCheck("drop label");
+    char       *policy_name = CheckPolicyNameArg(MAC_ARG(0));
+    char       *str = CheckLabelStrArg(MAC_ARG(1));
+
+    RemoveLabelById(char_to_label(policy_name, str));
+    PG_RETURN_VOID();
+}
+
+/* ---------------------------------------------------------------------
+ * Row mediation
+ *
+ * The rewritten queries call these once per row.  Each answer is a probe
+ * of the session's mediation caches; none of these functions is strict,
+ * so each decides about null arguments itself.  Argument 0 is the policy
+ * id (SQL oid), the others are label ids (int4).
+ * --------------------------------------------------------------------- */
+
+static bool
+policy_arg_valid(FunctionCallInfo fcinfo)
+{
+    return !PG_ARGISNULL(0) && PG_GETARG_OID(0) != InvalidOid;
+}
+
+/* The policy of a write, insert or update check; null or 0 is refused. */
+static Oid
+write_policy_arg(FunctionCallInfo fcinfo)
+{
+    if (!policy_arg_valid(fcinfo))
+        ereport(ERROR,
+                (errcode(ERRCODE_SYNTAX_ERROR),
+                 errmsg("write access failed due to invaild policy id")));
+    return PG_GETARG_OID(0);
+}
+
+/* Label argument n; 0 stands in for null, which callers pass separately. */
+static int32
+label_arg(FunctionCallInfo fcinfo, int n)
+{
+    return PG_ARGISNULL(n) ? 0 : PG_GETARG_INT32(n);
+}
+
+/* Returns label argument n unchanged, null included. */
+static Datum
+return_label_arg(FunctionCallInfo fcinfo, int n)
+{
+    if (PG_ARGISNULL(n))
+        PG_RETURN_NULL();
+    PG_RETURN_DATUM(PG_GETARG_DATUM(n));
+}
+
+/* read_mediation(policy oid, label int4) RETURNS bool: may the row be read */
+MAC_SQL_FUNCTION(ReadMediation)
+{
+    if (!policy_arg_valid(fcinfo))
+        ereport(ERROR,
+                (errcode(ERRCODE_SYNTAX_ERROR),
+                 errmsg("read access failed due to invaild policy id")));
+
+    uint32      mask = LookupLabelAccessResults(PG_GETARG_OID(0), PG_ARGISNULL(1),
+                                                label_arg(fcinfo, 1));
+
+    PG_RETURN_BOOL((mask & MAC_MED_READ) != 0);
+}
+
+/*
+ * write_mediation(policy oid, label int4) RETURNS bool
+ *
+ * Never answers false: a statement that reaches a row it may not write
+ * fails as a whole.
+ */
+MAC_SQL_FUNCTION(WriteMediation)
+{
+    Oid         policy_id = write_policy_arg(fcinfo);
+    uint32      mask = LookupLabelAccessResults(policy_id, PG_ARGISNULL(1),
+                                                label_arg(fcinfo, 1));
+
+    if ((mask & MAC_MED_WRITE) == 0)
+    {
+        char       *policy_name = get_policy_name(policy_id);
+
+        ereport(ERROR,
+                (errcode(ERRCODE_SYNTAX_ERROR),
+                 errmsg("unauthorized write access for policy %s", policy_name)));
+    }
+    PG_RETURN_BOOL(true);
+}
+
+/* label_insert(policy oid, label int4) RETURNS int4: the label, if allowed */
+MAC_SQL_FUNCTION(LabelInsertCheck)
+{
+    Oid         policy_id = write_policy_arg(fcinfo);
+    uint32      mask = LookupLabelInsertResults(policy_id, PG_ARGISNULL(1),
+                                                label_arg(fcinfo, 1));
+
+    if ((mask & MAC_MED_INSERT) == 0)
+        ereport(ERROR,
+                (errcode(ERRCODE_SYNTAX_ERROR),
+                 errmsg("label insert check failed due to invalid new label")));
+    return return_label_arg(fcinfo, 1);
+}
+
+/*
+ * label_update(policy oid, old_label int4, new_label int4) RETURNS int4:
+ * the new label, if the change from the old one is allowed
+ */
+MAC_SQL_FUNCTION(LabelUpdateCheck)
+{
+    Oid         policy_id = write_policy_arg(fcinfo);
+    uint32      mask = LookupLabelUpdateResults(policy_id,
+                                                PG_ARGISNULL(1), label_arg(fcinfo, 1),
+                                                PG_ARGISNULL(2), label_arg(fcinfo, 2));
+
+    if ((mask & MAC_MED_UPD_SAME) != MAC_MED_UPD_SAME)
+        ereport(ERROR,
+                (errcode(ERRCODE_SYNTAX_ERROR),
+                 errmsg("label update check failed")));
+    return return_label_arg(fcinfo, 2);
+}

@@ -1,0 +1,78 @@
+#!/usr/bin/env bash
+# test/run.sh: runs every test suite of lavrel and ends with the line
+# "N passed, N failed".
+#
+#   regress     pg_regress cases (test/sql, test/expected), schedule test/schedule
+#   isolation   pg_isolation_regress specs (test/isolation), schedule test/isolation/schedule
+#   nopreload   a cluster without lavrel in shared_preload_libraries
+#
+# With test names as arguments (test/run.sh label_strings users), only those
+# pg_regress cases run: the quick loop while writing a test.
+# Installs the Debian packages it needs, builds and installs lavrel and the
+# test-only module, and runs each suite against a throwaway cluster.
+set -euo pipefail
+. "$(dirname "$0")/../scripts/lib.sh"
+cd "$LAVREL_ROOT/test"
+
+trap lavrel_cluster_stop EXIT
+lavrel_install_packages
+lavrel_build_install test
+
+passed=0
+failed=0
+diffs=""
+
+# Adds the results of one pg_regress-style run (its output in $1).
+count_results() {
+    local out=$1 ok bad
+    ok=$(grep -cE '\.\.\. ok|^ok ' "$out" || true)
+    bad=$(grep -cE '\.\.\. FAILED|\.\.\. failed|^not ok ' "$out" || true)
+    passed=$((passed + ok))
+    failed=$((failed + bad))
+}
+
+# run_suite NAME COMMAND...: runs one suite, keeps its output and diffs.
+run_suite() {
+    local name=$1 out
+    shift
+    out=$(mktemp)
+    echo "== $name"
+    "$@" >"$out" 2>&1 || true
+    grep -E '^(test |     |ok |not ok |# )' "$out" | grep -vE '^# (using|diff)' || true
+    if ! grep -qE '\.\.\. (ok|FAILED|failed)|^(ok|not ok) ' "$out"; then
+        echo "suite $name did not run:"; cat "$out"
+        failed=$((failed + 1))
+    fi
+    count_results "$out"
+    rm -f "$out"
+}
+
+lavrel_cluster_start yes
+if [ $# -gt 0 ]; then
+    run_suite regress "$PGXS_DIR/src/test/regress/pg_regress" \
+        --bindir="$PG_BIN" --inputdir=. --outputdir=results/regress \
+        --dbname=lavrel_regress "$@"
+    echo "$passed passed, $failed failed"
+    [ "$failed" -eq 0 ]
+    exit
+fi
+run_suite regress "$PGXS_DIR/src/test/regress/pg_regress" \
+    --bindir="$PG_BIN" --inputdir=. --outputdir=results/regress \
+    --dbname=lavrel_regress --schedule=schedule
+run_suite isolation "$PGXS_DIR/src/test/isolation/pg_isolation_regress" \
+    --bindir="$PG_BIN" --inputdir=isolation --outputdir=results/isolation \
+    --dbname=lavrel_isolation --schedule=isolation/schedule
+lavrel_cluster_stop
+
+lavrel_cluster_start no
+run_suite nopreload "$PGXS_DIR/src/test/regress/pg_regress" \
+    --bindir="$PG_BIN" --inputdir=. --outputdir=results/nopreload \
+    --dbname=lavrel_nopreload nopreload
+lavrel_cluster_stop
+
+for d in results/regress results/isolation results/nopreload; do
+    [ -s "$d/regression.diffs" ] && diffs="$diffs $LAVREL_ROOT/test/$d/regression.diffs"
+done
+[ -n "$diffs" ] && echo "differences in:$diffs"
+echo "$passed passed, $failed failed"
+[ "$failed" -eq 0 ]
