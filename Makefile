@@ -22,7 +22,7 @@ PG_CPPFLAGS = -I$(CURDIR)/src
 PG_CXXFLAGS = -std=c++17 -fno-exceptions -fno-rtti -Wall -Wno-register -Wno-missing-field-initializers
 
 # Debian's server is built with LLVM JIT; we ship no bitcode.
-with_llvm = no
+override with_llvm = no
 
 PGXS := $(shell $(PG_CONFIG) --pgxs)
 include $(PGXS)

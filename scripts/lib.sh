@@ -25,14 +25,20 @@ lavrel_install_packages() {
 }
 
 # Build one PGXS module directory and install it unless the installed copy
-# is already identical (so that running servers keep their mapped library).
+# is already identical.  The old library is unlinked rather than overwritten,
+# so servers that have it mapped keep running; a lock keeps concurrent test
+# runs from building the same tree at once.
 lavrel_build_install_dir() {
     local dir=$1 lib=$2 installed
-    make -s -C "$dir" >/dev/null
     installed=$("$PG_BIN/pg_config" --pkglibdir)/$lib.so
-    if ! cmp -s "$dir/$lib.so" "$installed" || [ "$dir" -nt "$installed" ]; then
-        make -s -C "$dir" install >/dev/null
-    fi
+    (
+        flock 9
+        make -s -C "$dir" >/dev/null
+        if ! cmp -s "$dir/$lib.so" "$installed" || [ "$dir" -nt "$installed" ]; then
+            rm -f "$installed"
+            make -s -C "$dir" install >/dev/null
+        fi
+    ) 9>/tmp/lavrel-build.lock
 }
 
 # Build and install lavrel (and, with "test", the test-only module).

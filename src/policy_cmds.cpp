@@ -1,0 +1,979 @@
+/*
+ * policy_cmds.cpp
+ *    Policy administration: creating, enabling, disabling and dropping
+ *    policies; defining and dropping their levels and compartments; placing
+ *    tables under a policy and releasing them; the questions the rest of the
+ *    module asks about protected tables and policy columns; and the two
+ *    listings of the policy catalogs.
+ *
+ * Every administrative entry point opens the same way: the permission
+ * check, the argument checks in argument order, then the policy locked as a
+ * database object and re-checked (mac_lock_policy).  Catalog rows are read
+ * and written only through the scan helpers of policy_syscat.cpp.
+ */
+#include "lavrel.h"
+
+/* ---------------------------------------------------------------------
+ * Shared helpers
+ * --------------------------------------------------------------------- */
+
+/* A `name` datum holding `str`, truncated as the type requires. */
+static Datum
+name_datum(const char *str)
+{
+    Name        name = (Name) palloc0(NAMEDATALEN);
+
+    namestrcpy(name, str);
+    return NameGetDatum(name);
+}
+
+/* Deletes the first row of `relid` that matches `keys`; false if none does. */
+static bool
+delete_first_match(Oid relid, int nkeys, ScanKey keys)
+{
+    MacCatalogScan scan;
+
+    mac_scan_begin(&scan, relid, RowExclusiveLock, nkeys, keys);
+    HeapTuple   tuple = mac_scan_next(&scan);
+    bool        found = tuple != NULL;
+
+    if (found)
+        mac_catalog_delete(&scan, tuple);
+    mac_scan_end(&scan);
+    return found;
+}
+
+/* Narrows a deletion to rows whose compartment vector holds one id. */
+struct CompartmentFilter
+{
+    AttrNumber  vec_attno;
+    int16       comp_id;
+};
+
+static bool
+row_has_compartment(MacCatalogScan *scan, HeapTuple tuple,
+                    const CompartmentFilter &filter)
+{
+    bool        isnull;
+    Datum       value = mac_scan_getattr(scan, tuple, filter.vec_attno, &isnull);
+
+    if (isnull)
+        return false;
+
+    const int2vector *vec = (const int2vector *) DatumGetPointer(value);
+
+    for (int i = 0; i < vec->dim1; i++)
+    {
+        if (vec->values[i] == filter.comp_id)
+            return true;
+    }
+    return false;
+}
+
+/*
+ * Deletes every row of `relid` that matches `keys` (and, given a filter,
+ * holds its compartment), then makes the deletions visible.
+ */
+static void
+delete_rows(Oid relid, int nkeys, ScanKey keys,
+            const CompartmentFilter *filter = nullptr)
+{
+    MacCatalogScan scan;
+    HeapTuple   tuple;
+
+    mac_scan_begin(&scan, relid, RowExclusiveLock, nkeys, keys);
+    while ((tuple = mac_scan_next(&scan)) != NULL)
+    {
+        if (filter == nullptr || row_has_compartment(&scan, tuple, *filter))
+            mac_catalog_delete(&scan, tuple);
+    }
+    mac_scan_end(&scan);
+    CommandCounterIncrement();
+}
+
+/*
+ * Whether and how a table's rows are mediated is fixed when a query over it
+ * is planned, so every change of the table's policies must discard the
+ * plans cached for it: here at the next command, elsewhere at commit.  A
+ * table dropped while access control was off has nothing left to discard.
+ */
+static void
+invalidate_table_plans(Oid relid)
+{
+    if (SearchSysCacheExists1(RELOID, ObjectIdGetDatum(relid)))
+        CacheInvalidateRelcacheByRelid(relid);
+}
+
+static void
+invalidate_tables_plans(List *relids)
+{
+    ListCell   *lc;
+
+    foreach(lc, relids)
+        invalidate_table_plans(lfirst_oid(lc));
+}
+
+/* Locks a table against every other use until the end of the transaction. */
+static void
+lock_table_exclusive(Oid relid)
+{
+    Relation    rel = table_open(relid, AccessExclusiveLock);
+
+    table_close(rel, NoLock);
+}
+
+/*
+ * Runs `work`, which alters user tables itself, with the module's own
+ * access-control guards off, so that they do not refuse the module's ALTER
+ * TABLE; the guards are back on however `work` ends.
+ */
+template <typename Work>
+static void
+run_without_permission_checks(const Work &work)
+{
+    MacNeedToCheckPermisition = false;
+    PG_TRY();
+    {
+        work();
+    }
+    PG_FINALLY();
+    {
+        MacNeedToCheckPermisition = true;
+    }
+    PG_END_TRY();
+}
+
+/* ---------------------------------------------------------------------
+ * The policy column of a table
+ * --------------------------------------------------------------------- */
+
+static AlterTableCmd *
+make_alter_cmd(AlterTableType subtype)
+{
+    AlterTableCmd *cmd = makeNode(AlterTableCmd);
+
+    cmd->subtype = subtype;
+    return cmd;
+}
+
+/*
+ * The attribute number of an existing column named like the policy column,
+ * which is then adopted with its values; 0 when the table has none.
+ */
+static AttrNumber
+ChoosePolicyColumn(Oid policy_id, Oid relid)
+{
+    AttrNumber  attnum = get_attnum(relid, get_policy_colname(policy_id));
+
+    if (attnum == InvalidAttrNumber)
+        return InvalidAttrNumber;
+    if (get_atttype(relid, attnum) != INT4OID)
+        ereport(ERROR,
+                (errcode(ERRCODE_SYNTAX_ERROR),
+                 errmsg("policy column already exists in relation with different type")));
+    return attnum;
+}
+
+/* Adds the policy column, a local int4 column with no default. */
+static AttrNumber
+AddPolicyColumn(Oid policy_id, Oid relid)
+{
+    char       *colname = get_policy_colname(policy_id);
+    AlterTableCmd *cmd = make_alter_cmd(AT_AddColumn);
+
+    cmd->def = (Node *) makeColumnDef(colname, INT4OID, -1, InvalidOid);
+    AlterTableInternal(relid, list_make1(cmd), true);
+    return get_attnum(relid, colname);
+}
+
+/*
+ * Drops the default of the policy column (attribute `attnum`) and, when
+ * `expr` is given, stores `expr` as the new one.  The drop goes by column
+ * name, as ALTER COLUMN ... DROP DEFAULT does, and so refuses identity and
+ * generated columns as PostgreSQL would; the new default is an analysed
+ * expression, which only the pre-cooked default subcommand accepts.
+ */
+static void
+SetPolicyColumnDefault(Oid policy_id, Oid relid, AttrNumber attnum, Node *expr)
+{
+    AlterTableCmd *drop = make_alter_cmd(AT_ColumnDefault);
+
+    drop->name = get_policy_colname(policy_id);
+    List       *cmds = list_make1(drop);
+
+    if (expr != NULL)
+    {
+        AlterTableCmd *set = make_alter_cmd(AT_CookedColumnDefault);
+
+        set->num = attnum;
+        set->def = expr;
+        cmds = lappend(cmds, set);
+    }
+    AlterTableInternal(relid, cmds, true);
+}
+
+static void
+DropPolicyColumn(Oid policy_id, Oid relid)
+{
+    AlterTableCmd *cmd = make_alter_cmd(AT_DropColumn);
+
+    cmd->name = get_policy_colname(policy_id);
+    cmd->behavior = DROP_CASCADE;
+    cmd->missing_ok = false;
+    AlterTableInternal(relid, list_make1(cmd), true);
+}
+
+/* generate_default_label_value(policy id): the policy column's default. */
+static Node *
+default_label_expr(Oid policy_id)
+{
+    Const      *arg = makeConst(OIDOID, -1, InvalidOid, sizeof(Oid),
+                                ObjectIdGetDatum(policy_id), false, true);
+
+    return (Node *) makeFuncExpr(GenDefLabelProc, INT4OID, list_make1(arg),
+                                 InvalidOid, InvalidOid, COERCE_EXPLICIT_CALL);
+}
+
+/* Adopts or adds the policy column and gives it the label default. */
+static void
+attach_policy_column(Oid policy_id, Oid relid)
+{
+    AttrNumber  attnum = ChoosePolicyColumn(policy_id, relid);
+
+    if (attnum == InvalidAttrNumber)
+        attnum = AddPolicyColumn(policy_id, relid);
+    SetPolicyColumnDefault(policy_id, relid, attnum, default_label_expr(policy_id));
+}
+
+/*
+ * Releases the policy column of a table: drops it with its values, or
+ * leaves it as an ordinary column without default.
+ */
+static void
+detach_policy_column(Oid policy_id, Oid relid, bool drop_column)
+{
+    if (drop_column)
+    {
+        DropPolicyColumn(policy_id, relid);
+        return;
+    }
+
+    AttrNumber  attnum = get_attnum(relid, get_policy_colname(policy_id));
+
+    SetPolicyColumnDefault(policy_id, relid, attnum, NULL);
+    CommandCounterIncrement();
+}
+
+/* ---------------------------------------------------------------------
+ * Policies
+ * --------------------------------------------------------------------- */
+
+/* Inserts a policy under a new id from lavrel.lavrel_policy_oid_seq. */
+static void
+InsertPolicyTuple(const char *name, const char *colname, bool hidden, bool enabled)
+{
+    Datum       seqname = CStringGetTextDatum("lavrel.lavrel_policy_oid_seq");
+    Oid         policy_id = (Oid) DatumGetInt64(DirectFunctionCall1(nextval, seqname));
+    Datum       values[mac_col::policy_natts];
+    bool        nulls[mac_col::policy_natts] = {};
+
+    values[mac_col::policy_oid - 1] = ObjectIdGetDatum(policy_id);
+    values[mac_col::policy_name - 1] = name_datum(name);
+    values[mac_col::policy_col_name - 1] = name_datum(colname);
+    values[mac_col::policy_col_hidden - 1] = BoolGetDatum(hidden);
+    values[mac_col::policy_enable - 1] = BoolGetDatum(enabled);
+    mac_catalog_insert(MacPolicyRelationId, values, nulls);
+}
+
+/* Sets the enabled flag of a policy. */
+static void
+AlterPolicyTuple(Oid policy_id, bool enabled)
+{
+    ScanKeyData key;
+    MacCatalogScan scan;
+
+    mac_key_oid(&key, mac_col::policy_oid, policy_id);
+    mac_scan_begin(&scan, MacPolicyRelationId, RowExclusiveLock, 1, &key);
+
+    HeapTuple   tuple = mac_scan_next(&scan);
+
+    if (tuple == NULL)
+        ereport(ERROR,
+                (errcode(ERRCODE_SYNTAX_ERROR),
+                 errmsg("policy \"%s\" does not exist", get_policy_name(policy_id))));
+
+    Datum       values[mac_col::policy_natts] = {};
+    bool        nulls[mac_col::policy_natts] = {};
+    bool        replace[mac_col::policy_natts] = {};
+
+    values[mac_col::policy_enable - 1] = BoolGetDatum(enabled);
+    replace[mac_col::policy_enable - 1] = true;
+    mac_catalog_update(&scan, tuple, values, nulls, replace);
+    mac_scan_end(&scan);
+    CommandCounterIncrement();
+}
+
+MAC_SQL_FUNCTION(CreatePolicyMac)
+{
+    MacPermissionCheck("create policy");
+    char       *name = CheckPolicyNameArg(MAC_ARG(0));
+    char       *colname = CheckPolicyColNameArg(MAC_ARG(1));
+    bool        hidden = CheckPolicyColumnHideArg(MAC_ARG(2));
+
+    if (get_policy_id(name) != InvalidOid)
+        ereport(ERROR,
+                (errcode(ERRCODE_SYNTAX_ERROR),
+                 errmsg("policy \"%s\" already exists", name)));
+    if (get_policyid_by_colname(colname) != InvalidOid)
+        ereport(ERROR,
+                (errcode(ERRCODE_SYNTAX_ERROR),
+                 errmsg("policy column \"%s\" has already been used", colname)));
+
+    InsertPolicyTuple(name, colname, hidden, true);
+    pfree(name);
+    pfree(colname);
+    PG_RETURN_VOID();
+}
+
+/* Enables or disables the policy named by the first argument. */
+static void
+set_policy_enabled(FunctionCallInfo fcinfo, const char *action, bool enabled)
+{
+    MacPermissionCheck(action);
+    char       *name = CheckPolicyNameArg(MAC_ARG(0));
+    Oid         policy_id = mac_lock_policy(name, AccessExclusiveLock);
+
+    if (get_policyenabled(policy_id) == enabled)
+        return;
+    AlterPolicyTuple(policy_id, enabled);
+    invalidate_tables_plans(get_relids_by_policy(policy_id));
+}
+
+MAC_SQL_FUNCTION(EnablePolicy)
+{
+    set_policy_enabled(fcinfo, "enable policy", true);
+    PG_RETURN_VOID();
+}
+
+MAC_SQL_FUNCTION(DisablePolicy)
+{
+    set_policy_enabled(fcinfo, "disable policy", false);
+    PG_RETURN_VOID();
+}
+
+/* A catalog table and one of its columns. */
+struct CatalogColumn
+{
+    const Oid  *relid;          /* resolved once the module is enabled */
+    AttrNumber  attno;
+};
+
+/* Every row that belongs to a policy, deleted in this order on its drop. */
+static const CatalogColumn policy_rows[] = {
+    {&MacPolicyRelationId, mac_col::policy_oid},
+    {&MacLevelRelationId, mac_col::level_policy_oid},
+    {&MacCompartmentRelationId, mac_col::comp_policy_oid},
+    {&MacLabelRelationId, mac_col::label_policy_oid},
+    {&MacPolicyEnforcementRelationId, mac_col::enf_policy_oid},
+    {&MacPolicyUserRelationId, mac_col::user_policy_oid},
+};
+
+MAC_SQL_FUNCTION(DropPolicy)
+{
+    MacPermissionCheck("drop policy");
+    char       *name = CheckPolicyNameArg(MAC_ARG(0));
+    bool        drop_column = CheckDropColumnArg(MAC_ARG(1));
+    Oid         policy_id = mac_lock_policy(name, AccessExclusiveLock);
+    List       *relids = get_relids_by_policy(policy_id);
+    ListCell   *lc;
+
+    /* Every table is locked before the first of them is altered. */
+    foreach(lc, relids)
+        lock_table_exclusive(lfirst_oid(lc));
+
+    run_without_permission_checks([&] {
+        ListCell   *cell;
+
+        foreach(cell, relids)
+            detach_policy_column(policy_id, lfirst_oid(cell), drop_column);
+    });
+    invalidate_tables_plans(relids);
+
+    for (const CatalogColumn &rows : policy_rows)
+        DropObjectById(*rows.relid, rows.attno, policy_id);
+    PG_RETURN_VOID();
+}
+
+void
+RemovePolicyByIdMac(Oid policy_id)
+{
+    ScanKeyData key;
+
+    mac_key_oid(&key, mac_col::policy_oid, policy_id);
+    if (!delete_first_match(MacPolicyRelationId, 1, &key))
+        ereport(ERROR,
+                (errcode(ERRCODE_SYNTAX_ERROR),
+                 errmsg("policy Oid \"%d\" does not exist", (int) policy_id)));
+    CommandCounterIncrement();
+}
+
+void
+DropObjectById(Oid relid, AttrNumber attno, Oid id)
+{
+    ScanKeyData key;
+
+    mac_key_oid(&key, attno, id);
+    delete_rows(relid, 1, &key);
+}
+
+void
+DropObjectBy2Id(Oid relid, AttrNumber attno1, Oid id, AttrNumber attno2, int16 small_id)
+{
+    ScanKeyData keys[2];
+
+    mac_key_oid(&keys[0], attno1, id);
+    mac_key_int2(&keys[1], attno2, small_id);
+    delete_rows(relid, 2, keys);
+}
+
+void
+DropObjectByCompId(Oid relid, AttrNumber attno, Oid id, AttrNumber vec_attno, int16 comp_id)
+{
+    ScanKeyData key;
+    const CompartmentFilter filter = {vec_attno, comp_id};
+
+    mac_key_oid(&key, attno, id);
+    delete_rows(relid, 1, &key, &filter);
+}
+
+/* ---------------------------------------------------------------------
+ * Levels and compartments
+ *
+ * Both are (policy, id, name) rows of tables of one shape and are created
+ * and dropped alike; an ElementKind holds what differs between them.
+ * --------------------------------------------------------------------- */
+
+static_assert(mac_col::level_policy_oid == mac_col::comp_policy_oid &&
+              mac_col::level_id == mac_col::comp_id &&
+              mac_col::level_name == mac_col::comp_name &&
+              mac_col::level_name_copy == mac_col::comp_name_copy &&
+              mac_col::level_natts == mac_col::comp_natts,
+              "lavrel_level and lavrel_compartment must have one shape");
+
+/* Inserts a level or compartment row; the name goes into both name columns. */
+static void
+insert_element_tuple(Oid relid, Oid policy_id, int16 id, const char *name)
+{
+    Datum       values[mac_col::level_natts];
+    bool        nulls[mac_col::level_natts] = {};
+    Datum       name_value = name_datum(name);
+
+    values[mac_col::level_policy_oid - 1] = ObjectIdGetDatum(policy_id);
+    values[mac_col::level_id - 1] = Int16GetDatum(id);
+    values[mac_col::level_name - 1] = name_value;
+    values[mac_col::level_name_copy - 1] = name_value;
+    mac_catalog_insert(relid, values, nulls);
+}
+
+static bool
+delete_element_tuple(Oid relid, Oid policy_id, int16 id)
+{
+    ScanKeyData keys[2];
+
+    mac_key_oid(&keys[0], mac_col::level_policy_oid, policy_id);
+    mac_key_int2(&keys[1], mac_col::level_id, id);
+    return delete_first_match(relid, 2, keys);
+}
+
+static void
+InsertLevelTuple(Oid policy_id, int16 level_id, const char *name)
+{
+    insert_element_tuple(MacLevelRelationId, policy_id, level_id, name);
+}
+
+static void
+InsertCompartmentTuple(Oid policy_id, int16 comp_id, const char *name)
+{
+    insert_element_tuple(MacCompartmentRelationId, policy_id, comp_id, name);
+}
+
+static void
+RemoveLevelById(Oid policy_id, int16 level_id)
+{
+    if (!delete_element_tuple(MacLevelRelationId, policy_id, level_id))
+        ereport(ERROR,
+                (errcode(ERRCODE_SYNTAX_ERROR),
+                 errmsg("level %d does not exist in policy %d ",
+                        level_id, (int) policy_id)));
+    CommandCounterIncrement();
+}
+
+/* The deletions of the labels and users that follow make this one visible. */
+static void
+RemoveCompById(Oid policy_id, int16 comp_id)
+{
+    if (!delete_element_tuple(MacCompartmentRelationId, policy_id, comp_id))
+        ereport(ERROR,
+                (errcode(ERRCODE_SYNTAX_ERROR),
+                 errmsg("compartment %d does not exist in policy %d",
+                        comp_id, (int) policy_id)));
+}
+
+/* A catalog column that names a level or compartment of a policy. */
+struct ElementReference
+{
+    const Oid  *relid;          /* resolved once the module is enabled */
+    AttrNumber  policy_attno;   /* the row's policy */
+    AttrNumber  attno;          /* the level id, or the compartment set */
+};
+
+/* Rows using a level, deleted in this order when it is dropped. */
+static const ElementReference level_references[] = {
+    {&MacLabelRelationId, mac_col::label_policy_oid, mac_col::label_level_id},
+    {&MacPolicyUserRelationId, mac_col::user_policy_oid, mac_col::user_max_level},
+    {&MacPolicyUserRelationId, mac_col::user_policy_oid, mac_col::user_min_write_level},
+    {&MacPolicyUserRelationId, mac_col::user_policy_oid, mac_col::user_def_level},
+    {&MacPolicyUserRelationId, mac_col::user_policy_oid, mac_col::user_row_level},
+};
+
+/* Rows using a compartment, deleted in this order when it is dropped. */
+static const ElementReference comp_references[] = {
+    {&MacLabelRelationId, mac_col::label_policy_oid, mac_col::label_compartments},
+    {&MacPolicyUserRelationId, mac_col::user_policy_oid, mac_col::user_max_read_comps},
+    {&MacPolicyUserRelationId, mac_col::user_policy_oid, mac_col::user_max_write_comps},
+    {&MacPolicyUserRelationId, mac_col::user_policy_oid, mac_col::user_def_comps},
+    {&MacPolicyUserRelationId, mac_col::user_policy_oid, mac_col::user_row_comps},
+    {&MacPolicyUserRelationId, mac_col::user_policy_oid, mac_col::user_min_write_comps},
+};
+
+/* What differs between levels and compartments. */
+struct ElementKind
+{
+    const char *create_action;
+    const char *drop_action;
+    char       *(*check_name)(bool isnull, Datum value);
+    int16       (*check_id)(bool isnull, Datum value);
+    bool        (*valid_id)(int id);
+    bool        (*id_exists)(Oid policy_id, int16 id);
+    int16       (*get_id)(Oid policy_id, const char *name);
+    void        (*insert)(Oid policy_id, int16 id, const char *name);
+    void        (*remove)(Oid policy_id, int16 id);
+    /* deletes the rows of one reference that use the element */
+    void        (*drop_referencing)(Oid relid, AttrNumber policy_attno, Oid policy_id,
+                              AttrNumber attno, int16 id);
+    const ElementReference *references;
+    int         nreferences;
+    const char *id_used_msg;        /* id, policy name */
+    const char *name_used_msg;      /* name, policy name */
+    const char *unknown_id_msg;     /* id */
+    const char *unknown_name_msg;   /* name */
+};
+
+static const ElementKind level_kind = {
+    "create level",
+    "drop level",
+    CheckLevelNameArg,
+    CheckLevelIdArg,
+    mac_valid_level_id,
+    level_id_exists,
+    get_level_id,
+    InsertLevelTuple,
+    RemoveLevelById,
+    DropObjectBy2Id,
+    level_references,
+    lengthof(level_references),
+    "level %d of the policy \"%s\"has already been used",
+    "level \"%s\" of the policy \"%s\" has already been used",
+    "level %d does not exist",
+    "level \"%s\" does not exist",
+};
+
+static const ElementKind comp_kind = {
+    "create compartment",
+    "drop compartment",
+    CheckCompartmentNameArg,
+    CheckCompIdArg,
+    mac_valid_comp_id,
+    compartment_id_exists,
+    get_compartment_id,
+    InsertCompartmentTuple,
+    RemoveCompById,
+    DropObjectByCompId,
+    comp_references,
+    lengthof(comp_references),
+    "compartment %d of the policy \"%s\" has already been used",
+    "compartment \"%s\" of the policy \"%s\" has already been used",
+    "compartment \"%d\" does not exist",
+    "compartment \"%s\" does not exist",
+};
+
+/* Arguments: policy name, element name, element id. */
+static void
+create_element(const ElementKind &kind, FunctionCallInfo fcinfo)
+{
+    MacPermissionCheck(kind.create_action);
+    char       *policy_name = CheckPolicyNameArg(MAC_ARG(0));
+    char       *name = kind.check_name(MAC_ARG(1));
+    int16       id = kind.check_id(MAC_ARG(2));
+    Oid         policy_id = mac_lock_policy(policy_name, AccessExclusiveLock);
+
+    if (kind.id_exists(policy_id, id))
+        ereport(ERROR,
+                (errcode(ERRCODE_SYNTAX_ERROR),
+                 errmsg(kind.id_used_msg, id, policy_name)));
+    if (kind.get_id(policy_id, name) != 0)
+        ereport(ERROR,
+                (errcode(ERRCODE_SYNTAX_ERROR),
+                 errmsg(kind.name_used_msg, name, policy_name)));
+    kind.insert(policy_id, id, name);
+}
+
+/* Deletes the element and every label and user authorization using it. */
+static void
+drop_element(const ElementKind &kind, Oid policy_id, int16 id)
+{
+    kind.remove(policy_id, id);
+    for (int i = 0; i < kind.nreferences; i++)
+    {
+        const ElementReference &ref = kind.references[i];
+
+        kind.drop_referencing(*ref.relid, ref.policy_attno, policy_id, ref.attno, id);
+    }
+}
+
+/* Arguments: policy name, element id. */
+static void
+drop_element_by_id(const ElementKind &kind, FunctionCallInfo fcinfo)
+{
+    MacPermissionCheck(kind.drop_action);
+    char       *policy_name = CheckPolicyNameArg(MAC_ARG(0));
+    int16       id = kind.check_id(MAC_ARG(1));
+    Oid         policy_id = mac_lock_policy(policy_name, AccessExclusiveLock);
+
+    if (!kind.id_exists(policy_id, id))
+        ereport(ERROR,
+                (errcode(ERRCODE_SYNTAX_ERROR),
+                 errmsg(kind.unknown_id_msg, id)));
+    drop_element(kind, policy_id, id);
+}
+
+/* Arguments: policy name, element name. */
+static void
+drop_element_by_name(const ElementKind &kind, FunctionCallInfo fcinfo)
+{
+    MacPermissionCheck(kind.drop_action);
+    char       *policy_name = CheckPolicyNameArg(MAC_ARG(0));
+    char       *name = kind.check_name(MAC_ARG(1));
+    Oid         policy_id = mac_lock_policy(policy_name, AccessExclusiveLock);
+    int16       id = kind.get_id(policy_id, name);
+
+    if (!kind.valid_id(id))
+        ereport(ERROR,
+                (errcode(ERRCODE_SYNTAX_ERROR),
+                 errmsg(kind.unknown_name_msg, name)));
+    drop_element(kind, policy_id, id);
+}
+
+MAC_SQL_FUNCTION(CreateLevel)
+{
+    create_element(level_kind, fcinfo);
+    PG_RETURN_VOID();
+}
+
+MAC_SQL_FUNCTION(DropLevelById)
+{
+    drop_element_by_id(level_kind, fcinfo);
+    PG_RETURN_VOID();
+}
+
+MAC_SQL_FUNCTION(DropLevelByName)
+{
+    drop_element_by_name(level_kind, fcinfo);
+    PG_RETURN_VOID();
+}
+
+MAC_SQL_FUNCTION(CreateCompartment)
+{
+    create_element(comp_kind, fcinfo);
+    PG_RETURN_VOID();
+}
+
+MAC_SQL_FUNCTION(DropCompartmentById)
+{
+    drop_element_by_id(comp_kind, fcinfo);
+    PG_RETURN_VOID();
+}
+
+MAC_SQL_FUNCTION(DropCompartmentByName)
+{
+    drop_element_by_name(comp_kind, fcinfo);
+    PG_RETURN_VOID();
+}
+
+/* ---------------------------------------------------------------------
+ * Tables under policies
+ * --------------------------------------------------------------------- */
+
+/* The table `table` of schema `schema`. */
+static Oid
+lookup_table(const char *schema, const char *table)
+{
+    Oid         relid = get_relname_relid(table, LookupExplicitNamespace(schema, false));
+
+    if (!OidIsValid(relid))
+        ereport(ERROR,
+                (errcode(ERRCODE_UNDEFINED_TABLE),
+                 errmsg("relation \"%s\".\"%s\" does not exist", schema, table)));
+    return relid;
+}
+
+/* Only ordinary tables that are not partitions can be protected. */
+static void
+check_plain_table(Oid relid, const char *table)
+{
+    if (get_rel_relkind(relid) != RELKIND_RELATION)
+        ereport(ERROR,
+                (errcode(ERRCODE_UNDEFINED_TABLE),
+                 errmsg("relation \"%s\" is not a normal table", table)));
+    if (get_rel_relispartition(relid))
+        ereport(ERROR,
+                (errcode(ERRCODE_UNDEFINED_TABLE),
+                 errmsg("Mac do not support partition table")));
+}
+
+static void
+AddNewTableEnforceTuple(Oid policy_id, Oid relid)
+{
+    if (has_policy_applied_to_rel(policy_id, relid))
+        ereport(ERROR,
+                (errcode(ERRCODE_INVALID_SCHEMA_NAME),
+                 errmsg("table \"%s\" has already been applied policy",
+                        get_rel_name(relid))));
+
+    Datum       values[mac_col::enf_natts];
+    bool        nulls[mac_col::enf_natts] = {};
+
+    values[mac_col::enf_policy_oid - 1] = ObjectIdGetDatum(policy_id);
+    values[mac_col::enf_relation_oid - 1] = ObjectIdGetDatum(relid);
+    mac_catalog_insert(MacPolicyEnforcementRelationId, values, nulls);
+    invalidate_table_plans(relid);
+}
+
+static void
+RemoveTablePolicyTuple(Oid policy_id, Oid relid)
+{
+    ScanKeyData keys[2];
+
+    mac_key_oid(&keys[0], mac_col::enf_policy_oid, policy_id);
+    mac_key_oid(&keys[1], mac_col::enf_relation_oid, relid);
+    if (!delete_first_match(MacPolicyEnforcementRelationId, 2, keys))
+        ereport(ERROR,
+                (errcode(ERRCODE_INVALID_SCHEMA_NAME),
+                 errmsg("table \"%s\" has not been applyed policy \"%s\"",
+                        get_rel_name(relid), get_policy_name(policy_id))));
+    invalidate_table_plans(relid);
+}
+
+MAC_SQL_FUNCTION(ApplyPolicy)
+{
+    MacPermissionCheck("apply policy");
+    char       *policy_name = CheckPolicyNameArg(MAC_ARG(0));
+    char       *schema = CheckSchemaNameArg(MAC_ARG(1));
+    char       *table = CheckRelNameArg(MAC_ARG(2));
+    Oid         relid = lookup_table(schema, table);
+
+    check_plain_table(relid, table);
+    Oid         policy_id = mac_lock_policy(policy_name, AccessShareLock);
+
+    lock_table_exclusive(relid);
+    MacCanProtected(policy_id, relid);
+    run_without_permission_checks([&] { attach_policy_column(policy_id, relid); });
+
+    /* Applying twice fails here; the abort undoes the column change. */
+    AddNewTableEnforceTuple(policy_id, relid);
+    PG_RETURN_VOID();
+}
+
+MAC_SQL_FUNCTION(RemovePolicy)
+{
+    MacPermissionCheck("remove policy");
+    char       *policy_name = CheckPolicyNameArg(MAC_ARG(0));
+    char       *schema = CheckSchemaNameArg(MAC_ARG(1));
+    char       *table = CheckRelNameArg(MAC_ARG(2));
+    bool        drop_column = CheckDropColumnArg(MAC_ARG(3));
+    Oid         relid = lookup_table(schema, table);
+    Oid         policy_id = mac_lock_policy(policy_name, AccessExclusiveLock);
+
+    if (!has_policy_applied_to_rel(policy_id, relid))
+        ereport(ERROR,
+                (errcode(ERRCODE_SYNTAX_ERROR),
+                 errmsg("policy \"%s\" is not applied to table \"%s\"",
+                        policy_name, table)));
+
+    lock_table_exclusive(relid);
+    run_without_permission_checks([&] { detach_policy_column(policy_id, relid, drop_column); });
+    RemoveTablePolicyTuple(policy_id, relid);
+    PG_RETURN_VOID();
+}
+
+bool
+IsPolicyColumn(Oid relid, const char *colname)
+{
+    if (get_attnum(relid, colname) == InvalidAttrNumber)
+        return false;
+
+    List       *policy_ids = get_policyids_on_rel(relid);
+
+    return policy_ids != NIL &&
+        list_member_oid(policy_ids, get_policyid_by_colname(colname));
+}
+
+void
+MAC_PolicyColPermCheck(Oid relid, const char *colname)
+{
+    if (IsPolicyColumn(relid, colname))
+        elog(ERROR, "can not modify policy column \"%s\" of table \"%s\"",
+             colname, get_rel_name(relid));
+}
+
+bool
+MAC_IsPolicyProtectedRel(Oid relid)
+{
+    return get_policyids_on_rel(relid) != NIL;
+}
+
+/*
+ * Appends to the two lists, pairwise, each policy on an ordinary table and
+ * the attribute number of its policy column; disabled policies only when
+ * asked.  Each policy is share-locked only while it is read.
+ */
+void
+ExtractRelPolicies(Oid relid, List **policy_ids, List **attnos, bool include_disabled)
+{
+    if (get_rel_relkind(relid) != RELKIND_RELATION)
+        return;
+
+    ListCell   *lc;
+
+    foreach(lc, get_policyids_on_rel(relid))
+    {
+        Oid         policy_id = lfirst_oid(lc);
+
+        LockDatabaseObject(MacPolicyRelationId, policy_id, 0, AccessShareLock);
+        policy_object_checked(policy_id);
+        char       *colname = get_policy_colname(policy_id);
+
+        if (include_disabled || get_policyenabled(policy_id))
+        {
+            *attnos = lappend_int(*attnos, get_attnum(relid, colname));
+            *policy_ids = lappend_oid(*policy_ids, policy_id);
+        }
+        UnlockDatabaseObject(MacPolicyRelationId, policy_id, 0, AccessShareLock);
+    }
+}
+
+/* ---------------------------------------------------------------------
+ * Catalog listings
+ * --------------------------------------------------------------------- */
+
+/* One result column of a listing. */
+struct ListingColumn
+{
+    const char *name;
+    Oid         type;
+};
+
+static const ListingColumn policy_listing[] = {
+    {"oid", OIDOID},
+    {"policy_name", NAMEOID},
+    {"policy_col_name", NAMEOID},
+    {"policy_col_hidden", BOOLOID},
+    {"policy_enable", BOOLOID},
+};
+
+static const ListingColumn enforcement_listing[] = {
+    {"policy_oid", OIDOID},
+    {"relation_oid", OIDOID},
+};
+
+/*
+ * Puts the call in materialize mode with an empty tuple store and a result
+ * descriptor of `columns`, both living as long as the query.
+ */
+static ReturnSetInfo *
+begin_listing(FunctionCallInfo fcinfo, const ListingColumn *columns, int ncolumns)
+{
+    ReturnSetInfo *rsinfo = (ReturnSetInfo *) fcinfo->resultinfo;
+
+    if (rsinfo == NULL || !IsA(rsinfo, ReturnSetInfo))
+        ereport(ERROR,
+                (errcode(ERRCODE_FEATURE_NOT_SUPPORTED),
+                 errmsg("set-valued function called in context that cannot accept a set")));
+    if (!(rsinfo->allowedModes & SFRM_Materialize))
+        ereport(ERROR,
+                (errcode(ERRCODE_FEATURE_NOT_SUPPORTED),
+                 errmsg("materialize mode required, but it is not allowed in this context")));
+
+    rsinfo->returnMode = SFRM_Materialize;
+    rsinfo->setResult = NULL;
+    rsinfo->setDesc = NULL;
+
+    MemoryContext oldcxt = MemoryContextSwitchTo(rsinfo->econtext->ecxt_per_query_memory);
+    TupleDesc   desc = CreateTemplateTupleDesc(ncolumns);
+
+    for (int i = 0; i < ncolumns; i++)
+        TupleDescInitEntry(desc, (AttrNumber) (i + 1), columns[i].name,
+                           columns[i].type, -1, 0);
+    rsinfo->setResult = tuplestore_begin_heap(true, false, work_mem);
+    rsinfo->setDesc = desc;
+    MemoryContextSwitchTo(oldcxt);
+    return rsinfo;
+}
+
+/* Appends every row of catalog `relid`, in physical order, to the listing. */
+static void
+copy_catalog_rows(Oid relid, ReturnSetInfo *rsinfo)
+{
+    MacCatalogScan scan;
+    HeapTuple   tuple;
+
+    mac_scan_begin(&scan, relid, AccessShareLock, 0, NULL);
+
+    TupleDesc   catdesc = RelationGetDescr(scan.rel);
+    Datum      *values = (Datum *) palloc(catdesc->natts * sizeof(Datum));
+    bool       *nulls = (bool *) palloc(catdesc->natts * sizeof(bool));
+
+    while ((tuple = mac_scan_next(&scan)) != NULL)
+    {
+        heap_deform_tuple(tuple, catdesc, values, nulls);
+        tuplestore_putvalues(rsinfo->setResult, rsinfo->setDesc, values, nulls);
+    }
+    mac_scan_end(&scan);
+}
+
+/*
+ * Lists catalog `relid`.  Until the module has resolved its catalogs in
+ * this process (relid 0), the listing is empty.
+ */
+static Datum
+list_catalog(FunctionCallInfo fcinfo, Oid relid,
+             const ListingColumn *columns, int ncolumns)
+{
+    ReturnSetInfo *rsinfo = begin_listing(fcinfo, columns, ncolumns);
+
+    if (OidIsValid(relid))
+        copy_catalog_rows(relid, rsinfo);
+    PG_RETURN_NULL();
+}
+
+MAC_SQL_FUNCTION(GetLavrelPolicy)
+{
+    return list_catalog(fcinfo, MacPolicyRelationId,
+                        policy_listing, lengthof(policy_listing));
+}
+
+MAC_SQL_FUNCTION(GetLavrelPolicyEnforcement)
+{
+    return list_catalog(fcinfo, MacPolicyEnforcementRelationId,
+                        enforcement_listing, lengthof(enforcement_listing));
+}

@@ -1,0 +1,1046 @@
+/*
+ * policy_session.cpp
+ *    The per-backend session label state of lavrel and its caches.
+ *
+ * For every policy the session user is authorized for, the backend keeps
+ * the session's labels and privileges ("User Session Label"), a mediation
+ * mask for every label of that policy the session may see ("Label
+ * Mediation") and a per-policy summary: the default row label and the range
+ * of readable label ids ("Label Lookup Info").  SyncMacSession rebuilds them
+ * from the catalogs; the row checks then answer with one or two hash probes.
+ *
+ * All of it lives in the "MAC Session" memory context, which lasts as long
+ * as the backend.  Catalog lookups run in the caller's (per-query) context;
+ * only what the caches keep is allocated in the session context, so that a
+ * synchronisation on every query leaves nothing behind.
+ *
+ * This file also holds the SQL functions through which a session changes
+ * and inspects its labels, and those that the policy column's default and
+ * the query rewrite call for per-policy values.
+ */
+#include "lavrel.h"
+
+HTAB *MacSessionLabelHT = NULL;
+HTAB *MacLabelLookupInfoHT = NULL;
+HTAB *MacLabelMediationHT = NULL;
+
+namespace {
+
+MemoryContext MacSessionContext = NULL;
+
+/* Label changes that a privilege allows; see LookupLabelUpdateResults. */
+constexpr uint32 MAC_MED_UPD_BY_WRITEUP =
+    MAC_MED_UPD_WRITEUP | MAC_MED_UPD_COMPS | MAC_MED_UPD_LEVEL_BY_PRIV | MAC_MED_UPD_LEVEL;
+constexpr uint32 MAC_MED_UPD_BY_WRITEDOWN =
+    MAC_MED_UPD_WRITEDOWN | MAC_MED_UPD_COMPS | MAC_MED_UPD_LEVEL_BY_PRIV | MAC_MED_UPD_LEVEL;
+constexpr uint32 MAC_MED_UPD_BY_WRITEACROSS =
+    MAC_MED_UPD_WRITEACROSS | MAC_MED_UPD_COMPS_BY_PRIV | MAC_MED_UPD_COMPS;
+static_assert(MAC_MED_UPD_BY_WRITEUP == 0x1700, "write-up mask");
+static_assert(MAC_MED_UPD_BY_WRITEDOWN == 0x2700, "write-down mask");
+static_assert(MAC_MED_UPD_BY_WRITEACROSS == 0x4C00, "write-across mask");
+
+/* ---------------------------------------------------------------------
+ * Memory context and hash tables
+ * --------------------------------------------------------------------- */
+
+void
+InitMacSessionMemoryContext(void)
+{
+    if (MacSessionContext != NULL)
+        elog(FATAL, "mac memory context initialize multi-times");
+    MacSessionContext = AllocSetContextCreate(TopMemoryContext, "MAC Session",
+                                              ALLOCSET_DEFAULT_SIZES);
+}
+
+HTAB *
+create_session_table(const char *name, long nelem)
+{
+    HASHCTL     ctl;
+
+    ctl.keysize = sizeof(uint32);
+    ctl.entrysize = sizeof(MacHashEntry);
+    ctl.hash = uint32_hash;
+    ctl.hcxt = MacSessionContext;
+    return hash_create(name, nelem, &ctl, HASH_FUNCTION | HASH_ELEM | HASH_CONTEXT);
+}
+
+/* Creates the context and the three tables the first time it is called. */
+void
+InitMacSessionState(void)
+{
+    if (MacSessionContext != NULL)
+        return;
+    InitMacSessionMemoryContext();
+    MacSessionLabelHT = create_session_table("User Session Label", 8);
+    MacLabelLookupInfoHT = create_session_table("Label Lookup Info", 8);
+    MacLabelMediationHT = create_session_table("Label Mediation", 128);
+}
+
+/* The record stored under key, or NULL (also when the table is missing). */
+void *
+mac_ht_find(HTAB *ht, uint32 key)
+{
+    MacHashEntry *entry;
+
+    if (ht == NULL)
+        return NULL;
+    entry = (MacHashEntry *) hash_search(ht, &key, HASH_FIND, NULL);
+    return entry != NULL ? entry->record : NULL;
+}
+
+/*
+ * Links rec under key, both ways.  Returns whether the key was present; a
+ * record it displaces loses its back-link so that it cannot remove the
+ * element that now belongs to rec.
+ */
+template <typename Record>
+bool
+mac_ht_enter(HTAB *ht, uint32 key, Record *rec)
+{
+    bool        found;
+    MacHashEntry *entry = (MacHashEntry *) hash_search(ht, &key, HASH_ENTER, &found);
+
+    if (found && entry->record != rec)
+        static_cast<Record *>(entry->record)->entry = NULL;
+    entry->record = rec;
+    rec->entry = entry;
+    return found;
+}
+
+/*
+ * Removes the element rec is linked to and clears the back-link.  Returns
+ * false only when a linked element could not be found.
+ */
+template <typename Record>
+bool
+mac_ht_remove(HTAB *ht, Record *rec)
+{
+    uint32      key;
+    bool        removed;
+
+    if (rec->entry == NULL)
+        return true;
+    key = rec->entry->key;
+    removed = hash_search(ht, &key, HASH_REMOVE, NULL) != NULL;
+    rec->entry = NULL;
+    return removed;
+}
+
+/*
+ * Every element of a table, in scan order.  The scan runs to its end here,
+ * so callers may raise errors or change the table while walking the list.
+ */
+List *
+mac_ht_entries(HTAB *ht)
+{
+    HASH_SEQ_STATUS status;
+    MacHashEntry *entry;
+    List       *entries = NIL;
+
+    if (ht == NULL)
+        return NIL;
+    hash_seq_init(&status, ht);
+    while ((entry = (MacHashEntry *) hash_seq_search(&status)) != NULL)
+        entries = lappend(entries, entry);
+    return entries;
+}
+
+/* Removes and frees every record of a cache table. */
+template <typename Record>
+void
+empty_session_table(HTAB *ht, void (*remove)(Record *))
+{
+    List       *entries = mac_ht_entries(ht);
+    ListCell   *lc;
+
+    foreach(lc, entries)
+    {
+        Record     *rec = static_cast<Record *>(((MacHashEntry *) lfirst(lc))->record);
+
+        remove(rec);
+        pfree(rec);
+    }
+    list_free(entries);
+}
+
+/* ---------------------------------------------------------------------
+ * Records in the session context
+ * --------------------------------------------------------------------- */
+
+template <typename Record>
+Record *
+session_new(void)
+{
+    return static_cast<Record *>(MemoryContextAllocZero(MacSessionContext, sizeof(Record)));
+}
+
+MacLabel *
+session_make_label(int16 level, const Bitmapset *compartments)
+{
+    MemoryContext old = MemoryContextSwitchTo(MacSessionContext);
+    MacLabel   *label = make_mac_label(level, compartments);
+
+    MemoryContextSwitchTo(old);
+    return label;
+}
+
+MacLabel *
+session_copy_label(const MacLabel *label)
+{
+    MemoryContext old = MemoryContextSwitchTo(MacSessionContext);
+    MacLabel   *copy = copy_mac_label(label);
+
+    MemoryContextSwitchTo(old);
+    return copy;
+}
+
+/* The greatest lower bound of a and b, kept in the session context. */
+MacLabel *
+session_glb(const MacLabel *a, const MacLabel *b)
+{
+    MemoryContext old = MemoryContextSwitchTo(MacSessionContext);
+    MacLabel   *glb = merge_label(a, b, MERGE_GLB);
+
+    MemoryContextSwitchTo(old);
+    return glb;
+}
+
+/* Replaces the label in *slot by value, which the slot then owns. */
+void
+replace_label(MacLabel **slot, MacLabel *value)
+{
+    free_mac_label(*slot);
+    *slot = value;
+}
+
+/* Moves the label of *from into *to, freeing what *to held. */
+void
+move_label(MacLabel **to, MacLabel **from)
+{
+    replace_label(to, *from);
+    *from = NULL;
+}
+
+void
+free_session_label(MacSessionLabel *rec)
+{
+    free_mac_label(rec->max_read_label);
+    free_mac_label(rec->max_write_label);
+    free_mac_label(rec->min_write_label);
+    free_mac_label(rec->read_label);
+    free_mac_label(rec->write_label);
+    free_mac_label(rec->row_label);
+    pfree(rec);
+}
+
+void
+remove_session_label(MacSessionLabel *rec)
+{
+    mac_SessionLabelHTDelete(rec);
+    free_session_label(rec);
+}
+
+void
+lock_policy(Oid policy_id)
+{
+    LockDatabaseObject(MacPolicyRelationId, policy_id, 0, AccessShareLock);
+}
+
+void
+unlock_policy(Oid policy_id)
+{
+    UnlockDatabaseObject(MacPolicyRelationId, policy_id, 0, AccessShareLock);
+}
+
+/* ---------------------------------------------------------------------
+ * Session labels
+ * --------------------------------------------------------------------- */
+
+/* The session labels that the user's authorization under a policy gives. */
+MacSessionLabel *
+BuildSessionLabel(Oid policy_id, Oid user_id)
+{
+    UserPolicyAccess access;
+    MacSessionLabel *rec;
+    MacLabel   *def_label;
+
+    if (!get_user_policy_access(policy_id, user_id, &access))
+        return NULL;
+
+    rec = session_new<MacSessionLabel>();
+    rec->user_id = user_id;
+    rec->max_read_label = session_make_label(access.max_level, access.max_read_comps);
+    rec->max_write_label = session_make_label(access.max_level, access.max_write_comps);
+    rec->min_write_label = session_make_label(access.min_write_level, access.min_write_comps);
+    rec->write_label = session_make_label(access.max_level, access.max_write_comps);
+    rec->row_label = session_make_label(access.row_level, access.row_comps);
+
+    def_label = make_mac_label(access.def_level, access.def_comps);
+    rec->read_label = session_glb(def_label, rec->min_write_label);
+    free_mac_label(def_label);
+
+    rec->privs = get_user_policy_privilege(policy_id, user_id);
+    return rec;
+}
+
+/*
+ * Whether the session's own labels must be dropped for a fresh record: only
+ * when the administrator narrowed the authorization.  The record belongs to
+ * the backend, so it also survives a change of session user whose
+ * authorization is not narrower.
+ */
+bool
+must_replace_session_label(const MacSessionLabel *cur, const MacSessionLabel *fresh)
+{
+    return strictly_dominates(cur->max_read_label, fresh->max_read_label) ||
+        strictly_dominates(cur->max_write_label, fresh->max_write_label) ||
+        strictly_dominates(fresh->min_write_label, cur->min_write_label);
+}
+
+/*
+ * Takes the bounds and privileges of fresh into cur, keeping the session's
+ * read, write and row labels; the read label stays below the min write
+ * label.  fresh is freed.
+ */
+void
+widen_session_label(MacSessionLabel *cur, MacSessionLabel *fresh)
+{
+    move_label(&cur->max_read_label, &fresh->max_read_label);
+    move_label(&cur->max_write_label, &fresh->max_write_label);
+    move_label(&cur->min_write_label, &fresh->min_write_label);
+    replace_label(&cur->read_label, session_glb(cur->read_label, cur->min_write_label));
+    cur->privs = fresh->privs;
+    free_session_label(fresh);
+}
+
+void
+refresh_policy_session_label(Oid policy_id, Oid user_id)
+{
+    MacSessionLabel *fresh;
+    MacSessionLabel *cur;
+
+    lock_policy(policy_id);
+    fresh = BuildSessionLabel(policy_id, user_id);
+    if (fresh != NULL)
+    {
+        cur = mac_SessionLabelHTLookup(policy_id);
+        if (cur != NULL && !must_replace_session_label(cur, fresh))
+            widen_session_label(cur, fresh);
+        else
+        {
+            if (cur != NULL)
+                remove_session_label(cur);
+            mac_SessionLabelHTInsert(policy_id, fresh);
+        }
+    }
+    unlock_policy(policy_id);
+}
+
+/* Drops the session labels of policies the user is no longer authorized for. */
+void
+remove_unauthorized_session_labels(List *policy_ids)
+{
+    List       *entries = mac_ht_entries(MacSessionLabelHT);
+    ListCell   *lc;
+
+    foreach(lc, entries)
+    {
+        MacHashEntry *entry = (MacHashEntry *) lfirst(lc);
+
+        if (!list_member_oid(policy_ids, entry->key))
+            remove_session_label((MacSessionLabel *) entry->record);
+    }
+    list_free(entries);
+}
+
+void
+RefreshSessionLabels(void)
+{
+    Oid         user_id = GetSessionUserId();
+    List       *policy_ids = get_all_user_accesses(user_id);
+    ListCell   *lc;
+
+    remove_unauthorized_session_labels(policy_ids);
+    foreach(lc, policy_ids)
+        refresh_policy_session_label(lfirst_oid(lc), user_id);
+    list_free(policy_ids);
+}
+
+/* ---------------------------------------------------------------------
+ * Label mediation
+ * --------------------------------------------------------------------- */
+
+/* What the session may do with rows of a label its max read label dominates. */
+uint32
+mediation_mask(const MacSessionLabel *s, const MacLabel *label)
+{
+    bool        full = (s->privs & MAC_PRIV_FULL) != 0;
+    bool        writable = dominates(s->write_label, label) &&
+        dominates(label, s->min_write_label);
+    uint32      mask = 0;
+
+    if (dominates(s->read_label, label))
+        mask = MAC_MED_READ;
+    else
+    {
+        if (s->privs & MAC_PRIV_READ)
+            mask |= MAC_MED_BY_READ;
+        if (full)
+            mask |= MAC_MED_BY_FULL_READ;
+    }
+
+    if (writable)
+        mask |= MAC_MED_WRITE | MAC_MED_INSERT;
+    else if (full)
+        mask |= MAC_MED_BY_FULL_WRITE | MAC_MED_BY_FULL_INSERT;
+    return mask;
+}
+
+/* Whether candidate strictly dominates every other label of the list. */
+bool
+dominates_other_candidates(const MacLabel *candidate, List *candidates)
+{
+    ListCell   *lc;
+
+    foreach(lc, candidates)
+    {
+        const MacLabel *other = (const MacLabel *) lfirst(lc);
+
+        if (other != candidate && !strictly_dominates(candidate, other))
+            return false;
+    }
+    return true;
+}
+
+/* The id of the greatest candidate for new rows' label, 0 when none. */
+int32
+choose_default_row_label(Oid policy_id, List *candidates)
+{
+    ListCell   *lc;
+
+    foreach(lc, candidates)
+    {
+        const MacLabel *candidate = (const MacLabel *) lfirst(lc);
+
+        if (dominates_other_candidates(candidate, candidates))
+            return get_label_id(policy_id, candidate);
+    }
+    return 0;
+}
+
+void
+count_mediated_label(MacLabelLookupInfo *summary, int32 label_id)
+{
+    if (summary->label_count == 0 || label_id < summary->min_label_id)
+        summary->min_label_id = label_id;
+    if (summary->label_count == 0 || label_id > summary->max_label_id)
+        summary->max_label_id = label_id;
+    summary->label_count++;
+}
+
+/*
+ * Records the mediation mask of one label.  Returns whether the label may
+ * become the default row label (the session may insert it and its row label
+ * dominates it).
+ */
+bool
+mediate_label(Oid policy_id, const MacSessionLabel *s, int32 label_id,
+              const MacLabel *label, MacLabelLookupInfo *summary)
+{
+    MacLabelMediation *rec;
+
+    if (!dominates(s->max_read_label, label))
+        return false;
+
+    rec = session_new<MacLabelMediation>();
+    rec->policy_id = policy_id;
+    rec->information_mask = mediation_mask(s, label);
+    mac_LabelMediationHTInsert(label_id, rec);
+    count_mediated_label(summary, label_id);
+    return (rec->information_mask & MAC_MED_INSERT) && dominates(s->row_label, label);
+}
+
+void
+free_labels(List *labels)
+{
+    ListCell   *lc;
+
+    foreach(lc, labels)
+        free_mac_label((MacLabel *) lfirst(lc));
+    list_free(labels);
+}
+
+void
+BuildLabelMediation(Oid policy_id, const MacSessionLabel *s)
+{
+    MacLabelLookupInfo summary = {};
+    MacLabelLookupInfo *info;
+    List       *label_ids;
+    List       *candidates = NIL;
+    ListCell   *lc;
+
+    lock_policy(policy_id);
+    label_ids = get_policy_label_ids(policy_id);
+    foreach(lc, label_ids)
+    {
+        int32       label_id = lfirst_int(lc);
+        MacLabel   *label = get_label_by_id(label_id);
+
+        if (label != NULL && mediate_label(policy_id, s, label_id, label, &summary))
+            candidates = lappend(candidates, label);
+        else
+            free_mac_label(label);
+    }
+    summary.default_row_label_id = choose_default_row_label(policy_id, candidates);
+    free_labels(candidates);
+    list_free(label_ids);
+
+    info = session_new<MacLabelLookupInfo>();
+    *info = summary;
+    mac_LabelLookupInfoHTInsert(policy_id, info);
+    unlock_policy(policy_id);
+}
+
+/* ---------------------------------------------------------------------
+ * Synchronisation
+ * --------------------------------------------------------------------- */
+
+/* Session labels exist only in user backends with access control on. */
+bool
+session_sync_applies(void)
+{
+    Oid         user_id;
+    bool        security_definer;
+
+    if (!IsUnderPostmaster || Mode == BootstrapProcessing)
+        return false;
+    if (IsAutoVacuumLauncherProcess() || IsAutoVacuumWorkerProcess())
+        return false;
+    if (IsBackgroundWorker || am_walsender || IsLogicalLauncher())
+        return false;
+    GetUserIdAndContext(&user_id, &security_definer);
+    if (!OidIsValid(user_id))
+        return false;
+    return MAC_isenable();
+}
+
+void
+build_all_mediations(void)
+{
+    List       *entries = mac_ht_entries(MacSessionLabelHT);
+    ListCell   *lc;
+
+    foreach(lc, entries)
+    {
+        MacHashEntry *entry = (MacHashEntry *) lfirst(lc);
+
+        BuildLabelMediation(entry->key, (const MacSessionLabel *) entry->record);
+    }
+    list_free(entries);
+}
+
+/* ---------------------------------------------------------------------
+ * Row lookups
+ * --------------------------------------------------------------------- */
+
+/* What the privileges alone allow on a row. */
+uint32
+access_by_privileges(uint16 privs)
+{
+    uint32      mask = 0;
+
+    if (privs & MAC_PRIV_READ)
+        mask |= MAC_MED_BY_READ;
+    if (privs & MAC_PRIV_FULL)
+        mask |= MAC_MED_BY_FULL;
+    return mask;
+}
+
+/* What the privileges alone allow on a label change. */
+uint32
+update_by_privileges(uint16 privs)
+{
+    return (privs & MAC_PRIV_FULL) ? MAC_MED_UPD_BY_FULL : 0;
+}
+
+uint32
+level_change_mask(int16 old_level, int16 new_level, uint16 privs)
+{
+    bool        raise = new_level > old_level;
+    uint16      needed = raise ? MAC_PRIV_WRITEUP : MAC_PRIV_WRITEDOWN;
+    uint32      mask;
+
+    if (new_level == old_level)
+        return MAC_MED_UPD_SAME;
+    if (privs & needed)
+        mask = raise ? MAC_MED_UPD_BY_WRITEUP : MAC_MED_UPD_BY_WRITEDOWN;
+    else
+        mask = MAC_MED_UPD_COMPS;
+    return mask | update_by_privileges(privs);
+}
+
+/* The update mask for a change between two labels of one policy. */
+uint32
+label_change_mask(const MacSessionLabel *s, const MacLabel *old_label,
+                  const MacLabel *new_label)
+{
+    uint32      mask = level_change_mask(old_label->level, new_label->level, s->privs);
+
+    if (!bms_equal(old_label->compartments, new_label->compartments))
+    {
+        mask &= ~MAC_MED_UPD_COMPS;
+        if (s->privs & MAC_PRIV_WRITEACROSS)
+            mask |= MAC_MED_UPD_BY_WRITEACROSS;
+        mask |= update_by_privileges(s->privs);
+    }
+    if (s->privs & MAC_PRIV_FULL)
+        return mask;
+    if (dominates(s->max_write_label, new_label) && dominates(new_label, s->min_write_label))
+        return mask;
+    return 0;
+}
+
+/* ---------------------------------------------------------------------
+ * SQL functions
+ * --------------------------------------------------------------------- */
+
+/* A session label change requested by SetLabel or SetRowLabel. */
+struct SessionLabelChange
+{
+    char       *policy_name;
+    char       *label_str;
+    MacLabel   *label;
+    MacSessionLabel *session;
+};
+
+void
+begin_session_label_change(FunctionCallInfo fcinfo, const char *action,
+                           SessionLabelChange *change)
+{
+    Oid         policy_id;
+
+    MacPermissionCheck(action);
+    change->policy_name = CheckPolicyNameArg(MAC_ARG(0));
+    change->label_str = CheckLabelStrArg(MAC_ARG(1));
+    policy_id = mac_lock_policy(change->policy_name, AccessShareLock);
+    change->label = CStringToMACLabel(policy_id, change->label_str);
+    change->session = mac_SessionLabelHTLookup(policy_id);
+    if (change->session == NULL)
+        ereport(ERROR,
+                (errcode(ERRCODE_SYNTAX_ERROR),
+                 errmsg("session label for policy \"%s\" can not be set",
+                        change->policy_name)));
+}
+
+/* Brings the caches in line with the changed label and frees the request. */
+void
+end_session_label_change(SessionLabelChange *change)
+{
+    SyncMacSession(false);
+    free_mac_label(change->label);
+    pfree(change->label_str);
+    pfree(change->policy_name);
+}
+
+Oid
+policy_id_arg(FunctionCallInfo fcinfo)
+{
+    if (PG_ARGISNULL(0) || PG_GETARG_OID(0) == InvalidOid)
+        ereport(ERROR,
+                (errcode(ERRCODE_SYNTAX_ERROR),
+                 errmsg("policy id is invalid")));
+    return PG_GETARG_OID(0);
+}
+
+/* Fills the columns of one result row from a table element. */
+typedef void (*RowBuilder) (const MacHashEntry *entry, Datum *values);
+
+/* A set-returning view of one session table. */
+struct SessionTableView
+{
+    const char *action;         /* permission phrase */
+    HTAB       *table;
+    int         ncolumns;
+    RowBuilder  build;
+};
+
+constexpr int MAX_VIEW_COLUMNS = 9;
+
+Datum
+label_text(Oid policy_id, const MacLabel *label)
+{
+    return CStringGetTextDatum(MacLabelToCString(policy_id, label));
+}
+
+void
+session_label_row(const MacHashEntry *entry, Datum *values)
+{
+    const MacSessionLabel *s = (const MacSessionLabel *) entry->record;
+    Oid         policy_id = entry->key;
+
+    values[0] = ObjectIdGetDatum(policy_id);
+    values[1] = ObjectIdGetDatum(GetSessionUserId());
+    values[2] = CStringGetTextDatum(MacPrivsToCstringPrivs(s->privs));
+    values[3] = label_text(policy_id, s->max_read_label);
+    values[4] = label_text(policy_id, s->max_write_label);
+    values[5] = label_text(policy_id, s->min_write_label);
+    values[6] = label_text(policy_id, s->read_label);
+    values[7] = label_text(policy_id, s->write_label);
+    values[8] = label_text(policy_id, s->row_label);
+}
+
+void
+lookup_info_row(const MacHashEntry *entry, Datum *values)
+{
+    const MacLabelLookupInfo *info = (const MacLabelLookupInfo *) entry->record;
+
+    values[0] = ObjectIdGetDatum(entry->key);
+    values[1] = Int32GetDatum(info->default_row_label_id);
+    values[2] = Int32GetDatum(info->max_label_id);
+    values[3] = Int32GetDatum(info->min_label_id);
+    values[4] = Int32GetDatum(info->label_count);
+}
+
+void
+mediation_row(const MacHashEntry *entry, Datum *values)
+{
+    const MacLabelMediation *med = (const MacLabelMediation *) entry->record;
+
+    values[0] = Int32GetDatum((int32) entry->key);
+    values[1] = ObjectIdGetDatum(med->policy_id);
+    values[2] = Int32GetDatum((int32) med->information_mask);
+}
+
+/*
+ * Forms every row of the view at once, in the table's scan order.  Taking
+ * the rows up front means no hash table scan stays open between calls, so
+ * a caller that stops early (LIMIT) or a synchronisation between two calls
+ * does no harm.
+ */
+HeapTuple *
+materialize_view(FunctionCallInfo fcinfo, const SessionTableView *view,
+                 FuncCallContext *funcctx)
+{
+    TupleDesc   tupdesc;
+    List       *entries;
+    HeapTuple  *rows;
+    Datum       values[MAX_VIEW_COLUMNS];
+    bool        nulls[MAX_VIEW_COLUMNS] = {};
+    ListCell   *lc;
+
+    if (get_call_result_type(fcinfo, NULL, &tupdesc) != TYPEFUNC_COMPOSITE)
+        ereport(ERROR,
+                (errcode(ERRCODE_FEATURE_NOT_SUPPORTED),
+                 errmsg("function returning record called in context that cannot accept type record")));
+    if (tupdesc->natts != view->ncolumns)
+        ereport(ERROR,
+                (errcode(ERRCODE_DATATYPE_MISMATCH),
+                 errmsg("function result must have %d columns", view->ncolumns)));
+    funcctx->tuple_desc = BlessTupleDesc(tupdesc);
+
+    entries = mac_ht_entries(view->table);
+    rows = (HeapTuple *) palloc(sizeof(HeapTuple) * list_length(entries));
+    foreach(lc, entries)
+    {
+        view->build((const MacHashEntry *) lfirst(lc), values);
+        rows[foreach_current_index(lc)] = heap_form_tuple(funcctx->tuple_desc, values, nulls);
+    }
+    funcctx->max_calls = list_length(entries);
+    list_free(entries);
+    return rows;
+}
+
+Datum
+show_session_table(FunctionCallInfo fcinfo, const SessionTableView &view)
+{
+    FuncCallContext *funcctx;
+
+    if (SRF_IS_FIRSTCALL())
+    {
+        MemoryContext old;
+
+        MacPermissionCheck(view.action);
+        funcctx = SRF_FIRSTCALL_INIT();
+        old = MemoryContextSwitchTo(funcctx->multi_call_memory_ctx);
+        funcctx->user_fctx = materialize_view(fcinfo, &view, funcctx);
+        MemoryContextSwitchTo(old);
+    }
+
+    funcctx = SRF_PERCALL_SETUP();
+    if (funcctx->call_cntr < funcctx->max_calls)
+    {
+        HeapTuple  *rows = (HeapTuple *) funcctx->user_fctx;
+        Datum       row = HeapTupleGetDatum(rows[funcctx->call_cntr]);
+
+        /* The macro advances call_cntr before it reads its argument. */
+        SRF_RETURN_NEXT(funcctx, row);
+    }
+    SRF_RETURN_DONE(funcctx);
+}
+
+} // namespace
+
+/* ---------------------------------------------------------------------
+ * Table primitives
+ * --------------------------------------------------------------------- */
+
+MacSessionLabel *
+mac_SessionLabelHTLookup(Oid policy_id)
+{
+    return (MacSessionLabel *) mac_ht_find(MacSessionLabelHT, policy_id);
+}
+
+MacLabelLookupInfo *
+mac_LabelLookupInfoHTLookup(Oid policy_id)
+{
+    if (MacLabelLookupInfoHT == NULL)
+        elog(ERROR, "may not load lavrel module");
+    return (MacLabelLookupInfo *) mac_ht_find(MacLabelLookupInfoHT, policy_id);
+}
+
+MacLabelMediation *
+mac_LabelMediationHTLookup(int32 label_id)
+{
+    return (MacLabelMediation *) mac_ht_find(MacLabelMediationHT, (uint32) label_id);
+}
+
+void
+mac_SessionLabelHTInsert(Oid policy_id, MacSessionLabel *rec)
+{
+    if (mac_ht_enter(MacSessionLabelHT, policy_id, rec))
+        elog(WARNING, "trying to insert a session label that already exists");
+}
+
+void
+mac_LabelLookupInfoHTInsert(Oid policy_id, MacLabelLookupInfo *rec)
+{
+    if (mac_ht_enter(MacLabelLookupInfoHT, policy_id, rec))
+        elog(WARNING, "trying to insert a label into lookup information that already exists");
+}
+
+void
+mac_LabelMediationHTInsert(int32 label_id, MacLabelMediation *rec)
+{
+    if (mac_ht_enter(MacLabelMediationHT, (uint32) label_id, rec))
+        elog(WARNING, "trying to insert a label mediation that already exists");
+}
+
+void
+mac_SessionLabelHTDelete(MacSessionLabel *rec)
+{
+    if (!mac_ht_remove(MacSessionLabelHT, rec))
+        elog(WARNING, "trying to delete session label that does not exist");
+}
+
+void
+mac_LabelLookupInfoHTDelete(MacLabelLookupInfo *rec)
+{
+    if (!mac_ht_remove(MacLabelLookupInfoHT, rec))
+        elog(WARNING, "trying to delete label from lookup information that does not exist");
+}
+
+void
+mac_LabelMediationHTDelete(MacLabelMediation *rec)
+{
+    if (!mac_ht_remove(MacLabelMediationHT, rec))
+        elog(WARNING, "trying to delete label mediation that does not exist");
+}
+
+/* ---------------------------------------------------------------------
+ * Synchronisation and accessors
+ * --------------------------------------------------------------------- */
+
+/*
+ * Rebuilds the session state from the catalogs.  The mediation caches are
+ * emptied first, so an error half-way leaves fewer records, which only
+ * denies access.
+ */
+void
+SyncMacSession(bool release_snapshots)
+{
+    if (!session_sync_applies())
+        return;
+
+    InitMacSessionState();
+    empty_session_table(MacLabelLookupInfoHT, mac_LabelLookupInfoHTDelete);
+    empty_session_table(MacLabelMediationHT, mac_LabelMediationHTDelete);
+    RefreshSessionLabels();
+    build_all_mediations();
+
+    /* The catalog scans above registered snapshots of their own. */
+    if (release_snapshots)
+        AtEOXact_Snapshot(true, false);
+}
+
+int32
+get_policy_row_label_id(Oid policy_id)
+{
+    MacLabelLookupInfo *info = mac_LabelLookupInfoHTLookup(policy_id);
+
+    return info != NULL ? info->default_row_label_id : 0;
+}
+
+int32
+get_policy_read_max_label_id(Oid policy_id)
+{
+    MacLabelLookupInfo *info = mac_LabelLookupInfoHTLookup(policy_id);
+
+    return info != NULL ? info->max_label_id : 0;
+}
+
+int32
+get_policy_read_min_label_id(Oid policy_id)
+{
+    MacLabelLookupInfo *info = mac_LabelLookupInfoHTLookup(policy_id);
+
+    return info != NULL ? info->min_label_id : 0;
+}
+
+/* Sessions with READ or FULL may read every label: no range clauses then. */
+bool
+need_mac_indexable_quals(Oid policy_id)
+{
+    MacSessionLabel *s = mac_SessionLabelHTLookup(policy_id);
+
+    if (s == NULL)
+        return true;
+    if (s->privs & MAC_PRIV_READ)
+        return false;
+    return (s->privs & MAC_PRIV_FULL) == 0;
+}
+
+/* ---------------------------------------------------------------------
+ * Row lookups: one probe per table, no allocation on the read path
+ * --------------------------------------------------------------------- */
+
+uint32
+LookupLabelAccessResults(Oid policy_id, bool isnull, int32 label_id)
+{
+    const MacSessionLabel *s = mac_SessionLabelHTLookup(policy_id);
+
+    if (s == NULL)
+        return 0;
+    if (!isnull && mac_valid_label_id(label_id))
+    {
+        const MacLabelMediation *med = mac_LabelMediationHTLookup(label_id);
+
+        if (med != NULL && med->policy_id == policy_id)
+            return med->information_mask;
+    }
+    return access_by_privileges(s->privs);
+}
+
+uint32
+LookupLabelInsertResults(Oid policy_id, bool isnull, int32 label_id)
+{
+    return LookupLabelAccessResults(policy_id, isnull, label_id);
+}
+
+uint32
+LookupLabelUpdateResults(Oid policy_id, bool old_isnull, int32 old_label,
+                         bool new_isnull, int32 new_label)
+{
+    const MacSessionLabel *s = mac_SessionLabelHTLookup(policy_id);
+    MacLabel   *old_rec;
+    MacLabel   *new_rec;
+    uint32      mask;
+
+    if (s == NULL)
+        return 0;
+    if (old_isnull || new_isnull)
+        return update_by_privileges(s->privs);
+    if (old_label == new_label)
+        return MAC_MED_UPD_SAME;
+    if (!mac_valid_label_id(old_label) || !mac_valid_label_id(new_label))
+        return update_by_privileges(s->privs);
+
+    old_rec = get_label_by_id(old_label);
+    new_rec = get_label_by_id(new_label);
+    if (old_rec == NULL || new_rec == NULL ||
+        get_label_policy_id(old_label) != get_label_policy_id(new_label))
+        mask = update_by_privileges(s->privs);
+    else
+        mask = label_change_mask(s, old_rec, new_rec);
+    free_mac_label(old_rec);
+    free_mac_label(new_rec);
+    return mask;
+}
+
+/* ---------------------------------------------------------------------
+ * Session label functions
+ * --------------------------------------------------------------------- */
+
+/* Sets the session's read label below its row label. */
+MAC_SQL_FUNCTION(SetLabel)
+{
+    SessionLabelChange change;
+    MacSessionLabel *s;
+
+    begin_session_label_change(fcinfo, "set label", &change);
+    s = change.session;
+    if (!dominates(s->row_label, change.label))
+        ereport(ERROR,
+                (errcode(ERRCODE_SYNTAX_ERROR),
+                 errmsg("cur row label must dominates new label \"%s\"", change.label_str)));
+
+    replace_label(&s->read_label, session_glb(change.label, s->min_write_label));
+    end_session_label_change(&change);
+    PG_RETURN_VOID();
+}
+
+/* Sets the session's row label between its min write and write labels. */
+MAC_SQL_FUNCTION(SetRowLabel)
+{
+    SessionLabelChange change;
+    MacSessionLabel *s;
+
+    begin_session_label_change(fcinfo, "set row label", &change);
+    s = change.session;
+    if (!dominates(s->write_label, change.label))
+        ereport(ERROR,
+                (errcode(ERRCODE_SYNTAX_ERROR),
+                 errmsg("cur write label must dominates new row label %s", change.label_str)));
+    if (!dominates(change.label, s->min_write_label))
+        ereport(ERROR,
+                (errcode(ERRCODE_SYNTAX_ERROR),
+                 errmsg("min write must be dominated by new row label %s", change.label_str)));
+
+    replace_label(&s->row_label, session_copy_label(change.label));
+    end_session_label_change(&change);
+    PG_RETURN_VOID();
+}
+
+MAC_SQL_FUNCTION(ShowLabel)
+{
+    return show_session_table(fcinfo, {"show label", MacSessionLabelHT, 9, session_label_row});
+}
+
+MAC_SQL_FUNCTION(ShowLabelLookup)
+{
+    return show_session_table(fcinfo, {"show label lookup", MacLabelLookupInfoHT, 5, lookup_info_row});
+}
+
+MAC_SQL_FUNCTION(ShowLabelMediation)
+{
+    return show_session_table(fcinfo, {"show lable mediation", MacLabelMediationHT, 3, mediation_row});
+}
+
+/* The policy column's default: the session's default row label id. */
+MAC_SQL_FUNCTION(GenDefaultLabelValue)
+{
+    int32       label_id = get_policy_row_label_id(policy_id_arg(fcinfo));
+
+    if (label_id == 0)
+        elog(WARNING, "can not compute a valid default label using session row label");
+    PG_RETURN_INT32(label_id);
+}
+
+MAC_SQL_FUNCTION(GetPolicyReadMaxLabelId)
+{
+    PG_RETURN_INT32(get_policy_read_max_label_id(policy_id_arg(fcinfo)));
+}
+
+MAC_SQL_FUNCTION(GetPolicyReadMINLabelId)
+{
+    PG_RETURN_INT32(get_policy_read_min_label_id(policy_id_arg(fcinfo)));
+}
