@@ -29,16 +29,28 @@ lavrel_install_packages() {
 # so servers that have it mapped keep running; a lock keeps concurrent test
 # runs from building the same tree at once.
 lavrel_build_install_dir() {
-    local dir=$1 lib=$2 installed
-    installed=$("$PG_BIN/pg_config" --pkglibdir)/$lib.so
+    local dir=$1 lib=$2
     (
         flock 9
         make -s -C "$dir" >/dev/null
-        if ! cmp -s "$dir/$lib.so" "$installed" || [ "$dir" -nt "$installed" ]; then
-            rm -f "$installed"
+        if lavrel_install_differs "$dir" "$lib"; then
+            rm -f "$("$PG_BIN/pg_config" --pkglibdir)/$lib.so"
             make -s -C "$dir" install >/dev/null
         fi
     ) 9>/tmp/lavrel-build.lock
+}
+
+# Whether the built library, control file or install scripts of a module
+# differ from the installed ones.
+lavrel_install_differs() {
+    local dir=$1 lib=$2 ext f
+    ext=$("$PG_BIN/pg_config" --sharedir)/extension
+    cmp -s "$dir/$lib.so" "$("$PG_BIN/pg_config" --pkglibdir)/$lib.so" || return 0
+    for f in "$dir"/*.control "$dir"/*--*.sql "$dir"/sql/*--*.sql; do
+        [ -e "$f" ] || continue
+        cmp -s "$f" "$ext/$(basename "$f")" || return 0
+    done
+    return 1
 }
 
 # Build and install lavrel (and, with "test", the test-only module).
@@ -49,14 +61,16 @@ lavrel_build_install() {
     fi
 }
 
+# A localhost TCP port nobody listens on, found with bash alone.
 lavrel_free_port() {
-    python3 - <<'PY'
-import socket
-s = socket.socket()
-s.bind(("127.0.0.1", 0))
-print(s.getsockname()[1])
-s.close()
-PY
+    local port
+    while :; do
+        port=$((20000 + RANDOM % 30000))
+        if ! (exec 3<>"/dev/tcp/127.0.0.1/$port") 2>/dev/null; then
+            echo "$port"
+            return
+        fi
+    done
 }
 
 # lavrel_cluster_start [preload]: initdb and start a cluster; exports

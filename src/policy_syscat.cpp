@@ -187,8 +187,9 @@ mac_policy_key(ScanKey key, Oid policy_id)
 
 static const char *const policy_missing = "policy %d does not exist";
 
-char *
-get_policy_name(Oid policy_id)
+/* A name column of the policy's row, copied; no row raises policy_missing. */
+static char *
+policy_name_column(Oid policy_id, AttrNumber attno)
 {
     ScanKeyData key;
     char       *name = nullptr;
@@ -196,25 +197,38 @@ get_policy_name(Oid policy_id)
     mac_policy_key(&key, policy_id);
     mac_lookup_first(MacPolicyRelationId, 1, &key,
                      [&](MacCatalogScan *s, HeapTuple t) {
-                         name = mac_copy_name(s, t, mac_col::policy_name);
+                         name = mac_copy_name(s, t, attno);
                      },
                      policy_missing, (int) policy_id);
     return name;
 }
 
-Oid
-get_policy_id(const char *name)
+/* The id of the policy whose name column `attno` equals `name`, or 0. */
+static Oid
+policy_id_by_name_column(AttrNumber attno, const char *name)
 {
     ScanKeyData key;
     NameData    buf;
     Oid         id = InvalidOid;
 
-    mac_key_name(&key, mac_col::policy_name, &buf, name);
+    mac_key_name(&key, attno, &buf, name);
     mac_lookup_first(MacPolicyRelationId, 1, &key,
                      [&](MacCatalogScan *s, HeapTuple t) {
                          id = DatumGetObjectId(mac_scan_getattr(s, t, mac_col::policy_oid, nullptr));
                      });
     return id;
+}
+
+char *
+get_policy_name(Oid policy_id)
+{
+    return policy_name_column(policy_id, mac_col::policy_name);
+}
+
+Oid
+get_policy_id(const char *name)
+{
+    return policy_id_by_name_column(mac_col::policy_name, name);
 }
 
 Oid
@@ -253,16 +267,7 @@ mac_lock_policy(const char *policy_name, LOCKMODE lockmode)
 char *
 get_policy_colname(Oid policy_id)
 {
-    ScanKeyData key;
-    char       *name = nullptr;
-
-    mac_policy_key(&key, policy_id);
-    mac_lookup_first(MacPolicyRelationId, 1, &key,
-                     [&](MacCatalogScan *s, HeapTuple t) {
-                         name = mac_copy_name(s, t, mac_col::policy_col_name);
-                     },
-                     policy_missing, (int) policy_id);
-    return name;
+    return policy_name_column(policy_id, mac_col::policy_col_name);
 }
 
 bool
@@ -283,16 +288,7 @@ get_policyenabled(Oid policy_id)
 Oid
 get_policyid_by_colname(const char *colname)
 {
-    ScanKeyData key;
-    NameData    buf;
-    Oid         id = InvalidOid;
-
-    mac_key_name(&key, mac_col::policy_col_name, &buf, colname);
-    mac_lookup_first(MacPolicyRelationId, 1, &key,
-                     [&](MacCatalogScan *s, HeapTuple t) {
-                         id = DatumGetObjectId(mac_scan_getattr(s, t, mac_col::policy_oid, nullptr));
-                     });
-    return id;
+    return policy_id_by_name_column(mac_col::policy_col_name, colname);
 }
 
 bool

@@ -49,9 +49,12 @@ run_suite() {
 
 lavrel_cluster_start yes
 if [ $# -gt 0 ]; then
+    # Named after the first test, so that runs of other tests in parallel
+    # keep their own results.
     run_suite regress "$PGXS_DIR/src/test/regress/pg_regress" \
-        --bindir="$PG_BIN" --inputdir=. --outputdir=results/regress \
+        --bindir="$PG_BIN" --inputdir=. --outputdir="results/$1" \
         --dbname=lavrel_regress "$@"
+    [ -s "results/$1/regression.diffs" ] && echo "differences in: $LAVREL_ROOT/test/results/$1/regression.diffs"
     echo "$passed passed, $failed failed"
     [ "$failed" -eq 0 ]
     exit

@@ -1,0 +1,130 @@
+/* lavrel_test--1.0.sql: SQL wrappers around internal functions of lavrel */
+
+\echo Use "CREATE EXTENSION lavrel_test" to load this file. \quit
+
+-- A label is passed as a level (in the range of int2) and an int2[] of
+-- compartment ids (null: no compartments) and printed as "level{c1,...}".
+
+-- ---------------------------------------------------------------------
+-- The identifier reader: the identifier at the front of raw and the text
+-- behind it.  warn asks for a notice when the identifier is truncated.
+-- ---------------------------------------------------------------------
+
+CREATE FUNCTION lavrel_test.split_identifier(raw text, warn boolean)
+RETURNS TABLE(ident text, rest text)
+AS 'MODULE_PATHNAME', 'TestSplitIdentifier' LANGUAGE C STRICT;
+
+-- ---------------------------------------------------------------------
+-- The label record.  Where b_level is null, b is the very same record as
+-- a (not an equal copy).
+-- ---------------------------------------------------------------------
+
+CREATE FUNCTION lavrel_test.compare_labels(a_level integer, a_comps int2[],
+                                           b_level integer, b_comps int2[])
+RETURNS text AS 'MODULE_PATHNAME', 'TestCompareLabels' LANGUAGE C;
+
+CREATE FUNCTION lavrel_test.strictly_dominates(a_level integer, a_comps int2[],
+                                               b_level integer, b_comps int2[])
+RETURNS boolean AS 'MODULE_PATHNAME', 'TestStrictlyDominates' LANGUAGE C;
+
+CREATE FUNCTION lavrel_test.dominates(a_level integer, a_comps int2[],
+                                      b_level integer, b_comps int2[])
+RETURNS boolean AS 'MODULE_PATHNAME', 'TestDominates' LANGUAGE C;
+
+CREATE FUNCTION lavrel_test.dominated_by(a_level integer, a_comps int2[],
+                                         b_level integer, b_comps int2[])
+RETURNS boolean AS 'MODULE_PATHNAME', 'TestDominatedBy' LANGUAGE C;
+
+CREATE FUNCTION lavrel_test.strictly_dominated_by(a_level integer, a_comps int2[],
+                                                  b_level integer, b_comps int2[])
+RETURNS boolean AS 'MODULE_PATHNAME', 'TestStrictlyDominatedBy' LANGUAGE C;
+
+-- a's compartments are removed one by one before the comparison, leaving an
+-- allocated set without members.
+CREATE FUNCTION lavrel_test.compare_emptied_label(a_level integer, a_comps int2[],
+                                                  b_level integer, b_comps int2[])
+RETURNS text AS 'MODULE_PATHNAME', 'TestCompareEmptiedLabel' LANGUAGE C;
+
+CREATE FUNCTION lavrel_test.merge_labels(a_level integer, a_comps int2[],
+                                         b_level integer, b_comps int2[],
+                                         options integer)
+RETURNS text AS 'MODULE_PATHNAME', 'TestMergeLabels' LANGUAGE C;
+
+-- The copy of a label whose source was changed and freed after copying.
+CREATE FUNCTION lavrel_test.copy_label(level integer, comps int2[])
+RETURNS text AS 'MODULE_PATHNAME', 'TestCopyLabel' LANGUAGE C;
+
+-- Frees a null label and tells whether copying a null label gives null.
+CREATE FUNCTION lavrel_test.copy_null_label()
+RETURNS boolean AS 'MODULE_PATHNAME', 'TestCopyNullLabel' LANGUAGE C;
+
+-- ---------------------------------------------------------------------
+-- Catalog lookups
+-- ---------------------------------------------------------------------
+
+CREATE FUNCTION lavrel_test.get_policy_id(policy_name text)
+RETURNS oid AS 'MODULE_PATHNAME', 'TestGetPolicyId' LANGUAGE C STRICT;
+
+CREATE FUNCTION lavrel_test.get_policy_id_checked(policy_name text)
+RETURNS oid AS 'MODULE_PATHNAME', 'TestGetPolicyIdChecked' LANGUAGE C STRICT;
+
+CREATE FUNCTION lavrel_test.get_min_level_id(policy oid)
+RETURNS int2 AS 'MODULE_PATHNAME', 'TestGetMinLevelId' LANGUAGE C STRICT;
+
+CREATE FUNCTION lavrel_test.get_level_id(policy oid, level_name text)
+RETURNS int2 AS 'MODULE_PATHNAME', 'TestGetLevelId' LANGUAGE C STRICT;
+
+CREATE FUNCTION lavrel_test.get_policy_colhidden(column_name text)
+RETURNS boolean AS 'MODULE_PATHNAME', 'TestGetPolicyColhidden' LANGUAGE C STRICT;
+
+CREATE FUNCTION lavrel_test.get_policyid_by_colname(column_name text)
+RETURNS oid AS 'MODULE_PATHNAME', 'TestGetPolicyidByColname' LANGUAGE C STRICT;
+
+CREATE FUNCTION lavrel_test.get_label_id(policy oid, level integer, comps int2[])
+RETURNS integer AS 'MODULE_PATHNAME', 'TestGetLabelId' LANGUAGE C;
+
+CREATE FUNCTION lavrel_test.get_label_by_id(label_id integer)
+RETURNS text AS 'MODULE_PATHNAME', 'TestGetLabelById' LANGUAGE C STRICT;
+
+CREATE FUNCTION lavrel_test.get_label_policy_id(label_id integer)
+RETURNS oid AS 'MODULE_PATHNAME', 'TestGetLabelPolicyId' LANGUAGE C STRICT;
+
+-- found: whether the user is authorized; bytes_left: memory the lookup left
+-- allocated; access: the record read (null without with_record).
+CREATE FUNCTION lavrel_test.get_user_policy_access(policy oid, member regrole,
+                                                   with_record boolean)
+RETURNS TABLE(found boolean, bytes_left bigint, access text)
+AS 'MODULE_PATHNAME', 'TestGetUserPolicyAccess' LANGUAGE C STRICT;
+
+CREATE FUNCTION lavrel_test.get_user_policy_privilege(policy oid, member regrole)
+RETURNS integer AS 'MODULE_PATHNAME', 'TestGetUserPolicyPrivilege' LANGUAGE C STRICT;
+
+CREATE FUNCTION lavrel_test.get_policyids_on_rel(rel regclass)
+RETURNS oid[] AS 'MODULE_PATHNAME', 'TestGetPolicyidsOnRel' LANGUAGE C STRICT;
+
+-- ---------------------------------------------------------------------
+-- The module frame
+-- ---------------------------------------------------------------------
+
+CREATE FUNCTION lavrel_test.mac_isenable()
+RETURNS boolean AS 'MODULE_PATHNAME', 'TestMacIsenable' LANGUAGE C;
+
+-- The catalog and function ids the module has resolved in this backend.
+CREATE FUNCTION lavrel_test.mac_object_ids()
+RETURNS TABLE(name text, id oid)
+AS 'MODULE_PATHNAME', 'TestMacObjectIds' LANGUAGE C;
+
+-- Returns the module's "lavrel extension script is running" flag afterwards.
+CREATE FUNCTION lavrel_test.create_extension_process(extname text, starting boolean)
+RETURNS boolean AS 'MODULE_PATHNAME', 'TestCreateExtensionProcess' LANGUAGE C;
+
+-- Each hook before and after the module's unload entry point; the hooks are
+-- put back afterwards.
+CREATE FUNCTION lavrel_test.pg_fini()
+RETURNS TABLE(hook text, before text, after text)
+AS 'MODULE_PATHNAME', 'TestPgFini' LANGUAGE C;
+
+-- Applies the configuration files to this backend now and returns the
+-- value of lavrel.enable_mac they gave it.
+CREATE FUNCTION lavrel_test.reload_enable_mac()
+RETURNS text AS 'MODULE_PATHNAME', 'TestReloadEnableMac' LANGUAGE C;
