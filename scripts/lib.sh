@@ -101,6 +101,13 @@ lavrel_cluster_start() {
     export PGHOST=$LAVREL_CLUSTER_DIR PGPORT PGUSER=postgres
 }
 
+# Restarts the cluster with lavrel no longer preloaded.
+lavrel_cluster_restart_without_preload() {
+    sed -i '/^shared_preload_libraries/d' "$LAVREL_CLUSTER_DIR/data/postgresql.conf"
+    runuser -u postgres -- "$PG_BIN/pg_ctl" -D "$LAVREL_CLUSTER_DIR/data" \
+        -l "$LAVREL_CLUSTER_DIR/server.log" -m fast -w -t 60 restart >/dev/null
+}
+
 lavrel_cluster_stop() {
     [ -n "${LAVREL_CLUSTER_DIR:-}" ] || return 0
     runuser -u postgres -- "$PG_BIN/pg_ctl" -D "$LAVREL_CLUSTER_DIR/data" -m fast -w stop >/dev/null 2>&1 || true

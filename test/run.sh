@@ -4,7 +4,7 @@
 #
 #   regress     pg_regress cases (test/sql, test/expected), schedule test/schedule
 #   isolation   pg_isolation_regress specs (test/isolation), schedule test/isolation/schedule
-#   nopreload   a cluster without lavrel in shared_preload_libraries
+#   nopreload   a server restarted without lavrel in shared_preload_libraries
 #
 # With test names as arguments (test/run.sh label_strings users), only those
 # pg_regress cases run: the quick loop while writing a test.
@@ -15,6 +15,7 @@ set -euo pipefail
 cd "$LAVREL_ROOT/test"
 
 trap lavrel_cluster_stop EXIT
+mkdir -p results
 lavrel_install_packages
 lavrel_build_install test
 
@@ -67,10 +68,15 @@ run_suite isolation "$PGXS_DIR/src/test/isolation/pg_isolation_regress" \
     --dbname=lavrel_isolation --schedule=isolation/schedule
 lavrel_cluster_stop
 
-lavrel_cluster_start no
+# The extension is created while lavrel is preloaded; the server is then
+# restarted without it.
+lavrel_cluster_start yes
+createdb lavrel_nopreload
+psql -X -q -d lavrel_nopreload -c "CREATE EXTENSION lavrel"
+lavrel_cluster_restart_without_preload
 run_suite nopreload "$PGXS_DIR/src/test/regress/pg_regress" \
     --bindir="$PG_BIN" --inputdir=. --outputdir=results/nopreload \
-    --dbname=lavrel_nopreload nopreload
+    --use-existing --dbname=lavrel_nopreload nopreload
 lavrel_cluster_stop
 
 for d in results/regress results/isolation results/nopreload; do

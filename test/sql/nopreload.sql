@@ -1,9 +1,12 @@
 --
--- A server without lavrel in shared_preload_libraries: the library refuses
--- to load, so neither the extension nor any of its functions can be used
--- with protection silently missing.
+-- The extension was created while lavrel was preloaded, then the server was
+-- restarted without it.  The library refuses to load anywhere else, so no
+-- function of the extension runs and the extension cannot be created again:
+-- protection never lapses silently.
 --
+SELECT lavrel.read_mediation(1, 1);
+SELECT lavrel.create_policy('p', 'c');
+DROP EXTENSION lavrel;
 CREATE EXTENSION lavrel;
 SELECT count(*) FROM pg_extension WHERE extname = 'lavrel';
 LOAD 'lavrel';
-SHOW lavrel.enable_mac;
