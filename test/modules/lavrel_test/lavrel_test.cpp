@@ -6,9 +6,9 @@
  *    frame.  The regression tests call them to check those functions one
  *    by one.
  *
- * A label crosses the SQL boundary as a level (int2) and an int2[] of
- * compartment ids, a null array being the empty set, and comes back as
- * text such as "3{1,2}".
+ * A label crosses the SQL boundary as a level (an integer in the range of
+ * int2) and an int2[] of compartment ids, a null array being the empty
+ * set, and comes back as text such as "3{1,2}".
  */
 #include "lavrel.h"
 
