@@ -17,6 +17,14 @@ SRCS = src/host/host.cpp \
        src/policy_user.cpp
 OBJS = $(SRCS:.cpp=.o)
 
+# `make installcheck` runs the suites against the server named by PGHOST,
+# PGPORT and PGUSER; lavrel must be preloaded there and the test module
+# (test/modules/lavrel_test) installed.  test/run.sh does all of that.
+REGRESS = $(shell sed -n 's/^test: //p' test/schedule)
+REGRESS_OPTS = --inputdir=test --outputdir=test/results/installcheck
+ISOLATION = $(shell sed -n 's/^test: //p' test/isolation/schedule 2>/dev/null)
+ISOLATION_OPTS = --inputdir=test/isolation --outputdir=test/results/installcheck-isolation
+
 PG_CONFIG ?= /usr/lib/postgresql/15/bin/pg_config
 PG_CPPFLAGS = -I$(CURDIR)/src
 PG_CXXFLAGS = -std=c++17 -fno-exceptions -fno-rtti -Wall -Wno-register -Wno-missing-field-initializers
