@@ -111,6 +111,8 @@ Oid LookupMacFunctionOid(Oid namespaceId, const char *name);
  * policy_misc.cpp: permission check and argument checks
  * --------------------------------------------------------------------- */
 
+/* Refuses with "enable_mac must be true" while access control is off. */
+PGDLLEXPORT void MacEnabledCheck(void);
 PGDLLEXPORT void MacPermissionCheck(const char *action);
 PGDLLEXPORT pg_attribute_noreturn() void RaiseNullArgException(const char *what);
 PGDLLEXPORT char *GetIdentifierFromArg(char *str, const char *what);

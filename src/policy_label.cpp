@@ -343,6 +343,8 @@ label_to_char(int32 label_id)
 /* label_to_char(label_id int4) RETURNS varchar */
 MAC_SQL_FUNCTION(LabelToChar)
 {
+    /* No administrator needed, but the catalog ids must be resolved. */
+    MacEnabledCheck();
     int32       label_id = CheckLabelIdArg(MAC_ARG(0));
     char       *str = label_to_char(label_id);
     Datum       result = DirectFunctionCall3(varcharin, CStringGetDatum(str),
@@ -356,6 +358,7 @@ MAC_SQL_FUNCTION(LabelToChar)
 /* char_to_label(policy_name text, label text) RETURNS int4 */
 MAC_SQL_FUNCTION(CharToLabel)
 {
+    MacEnabledCheck();
     char       *policy_name = CheckPolicyNameArg(MAC_ARG(0));
     char       *str = CheckLabelStrArg(MAC_ARG(1));
     int32       label_id = char_to_label(policy_name, str);

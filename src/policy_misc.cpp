@@ -16,12 +16,18 @@
  * --------------------------------------------------------------------- */
 
 void
-MacPermissionCheck(const char *action)
+MacEnabledCheck(void)
 {
     if (!MAC_isenable())
         ereport(ERROR,
                 (errcode(ERRCODE_INSUFFICIENT_PRIVILEGE),
                  errmsg("enable_mac must be true")));
+}
+
+void
+MacPermissionCheck(const char *action)
+{
+    MacEnabledCheck();
     /* Only the bootstrap superuser administers; other superusers do not. */
     if (GetUserId() != MacAdminRoleId)
         ereport(ERROR,
