@@ -202,7 +202,6 @@ void
 _PG_init(void)
 {
     host_require_preload();
-    host_install_hooks();
 
     DefineCustomBoolVariable("lavrel.enable_mac",
                              "Enable manditory access control.",
@@ -216,6 +215,7 @@ _PG_init(void)
                              NULL);
     EmitWarningsOnPlaceholders("lavrel");
 
+    host_install_hooks();
     MacNeedCheckPermisition_hook = MacNeedCheckPermisition;
     MacCreateExtensionProcess_hook = MacCreateExtensionProcess;
     SyncMacSession_hook = SyncMacSession;

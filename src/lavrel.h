@@ -344,6 +344,9 @@ Oid mac_lock_policy(const char *policy_name, LOCKMODE lockmode);
  * --------------------------------------------------------------------- */
 
 PGDLLEXPORT void RemovePolicyByIdMac(Oid policy_id);
+void AlterPolicyTuple(Oid policy_id, bool enabled);
+void RemoveLevelById(Oid policy_id, int16 level_id);
+void RemoveCompById(Oid policy_id, int16 comp_id);
 void DropObjectById(Oid relid, AttrNumber attno, Oid id);
 void DropObjectBy2Id(Oid relid, AttrNumber attno1, Oid id, AttrNumber attno2, int16 small_id);
 void DropObjectByCompId(Oid relid, AttrNumber attno, Oid id, AttrNumber vec_attno, int16 comp_id);
@@ -398,6 +401,8 @@ extern PGDLLEXPORT HTAB *MacSessionLabelHT;
 extern PGDLLEXPORT HTAB *MacLabelLookupInfoHT;
 extern PGDLLEXPORT HTAB *MacLabelMediationHT;
 
+/* Creates the "MAC Session" context; a second call ends the backend. */
+void InitMacSessionMemoryContext(void);
 PGDLLEXPORT void SyncMacSession(bool release_snapshots);
 PGDLLEXPORT int32 get_policy_row_label_id(Oid policy_id);
 PGDLLEXPORT int32 get_policy_read_max_label_id(Oid policy_id);

@@ -286,7 +286,7 @@ InsertPolicyTuple(const char *name, const char *colname, bool hidden, bool enabl
 }
 
 /* Sets the enabled flag of a policy. */
-static void
+void
 AlterPolicyTuple(Oid policy_id, bool enabled)
 {
     ScanKeyData key;
@@ -497,7 +497,7 @@ InsertCompartmentTuple(Oid policy_id, int16 comp_id, const char *name)
     insert_element_tuple(MacCompartmentRelationId, policy_id, comp_id, name);
 }
 
-static void
+void
 RemoveLevelById(Oid policy_id, int16 level_id)
 {
     if (!delete_element_tuple(MacLevelRelationId, policy_id, level_id))
@@ -509,7 +509,7 @@ RemoveLevelById(Oid policy_id, int16 level_id)
 }
 
 /* The deletions of the labels and users that follow make this one visible. */
-static void
+void
 RemoveCompById(Oid policy_id, int16 comp_id)
 {
     if (!delete_element_tuple(MacCompartmentRelationId, policy_id, comp_id))

@@ -39,6 +39,8 @@ static_assert(MAC_MED_UPD_BY_WRITEUP == 0x1700, "write-up mask");
 static_assert(MAC_MED_UPD_BY_WRITEDOWN == 0x2700, "write-down mask");
 static_assert(MAC_MED_UPD_BY_WRITEACROSS == 0x4C00, "write-across mask");
 
+} // namespace
+
 /* ---------------------------------------------------------------------
  * Memory context and hash tables
  * --------------------------------------------------------------------- */
@@ -51,6 +53,8 @@ InitMacSessionMemoryContext(void)
     MacSessionContext = AllocSetContextCreate(TopMemoryContext, "MAC Session",
                                               ALLOCSET_DEFAULT_SIZES);
 }
+
+namespace {
 
 HTAB *
 create_session_table(const char *name, long nelem)

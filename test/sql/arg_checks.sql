@@ -234,9 +234,4 @@ SELECT lavrel.drop_policy('"MyPolicy"');
 DROP TABLE regress_parent, admin_calls;
 DROP FUNCTION try_stmt(text);
 DROP ROLE regress_lavrel_super, regress_lavrel_plain, regress_lavrel_user;
-ALTER SYSTEM SET lavrel.enable_mac = off;
-SELECT pg_reload_conf();
-\c
-DROP EXTENSION lavrel;
-ALTER SYSTEM RESET lavrel.enable_mac;
-SELECT pg_reload_conf();
+\i sql/include/drop_lavrel.sql

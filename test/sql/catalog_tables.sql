@@ -89,9 +89,4 @@ DROP TABLE regress_t;
 DROP ROLE regress_lavrel_u1;
 DROP FUNCTION try_stmt(text);
 DROP EXTENSION lavrel_test;
-ALTER SYSTEM SET lavrel.enable_mac = off;
-SELECT pg_reload_conf();
-\c
-DROP EXTENSION lavrel;
-ALTER SYSTEM RESET lavrel.enable_mac;
-SELECT pg_reload_conf();
+\i sql/include/drop_lavrel.sql

@@ -135,10 +135,5 @@ SELECT lavrel.drop_policy('p3');
 DROP TABLE regress_lavrel_t0, regress_lavrel_t1, regress_lavrel_t2;
 DROP ROLE regress_lavrel_user1, regress_lavrel_user2;
 
--- lavrel can be dropped only while access control is off.
-ALTER SYSTEM SET lavrel.enable_mac = off;
-SELECT lavrel_test.reload_enable_mac();
-DROP EXTENSION lavrel;
-ALTER SYSTEM RESET lavrel.enable_mac;
-SELECT lavrel_test.reload_enable_mac();
 DROP EXTENSION lavrel_test;
+\i sql/include/drop_lavrel.sql

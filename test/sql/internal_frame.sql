@@ -108,10 +108,5 @@ SELECT lavrel.drop_policy('p');
 
 DROP DATABASE regress_lavrel_nolavrel;
 
--- lavrel can be dropped only while access control is off.
-ALTER SYSTEM SET lavrel.enable_mac = off;
-SELECT lavrel_test.reload_enable_mac();
-DROP EXTENSION lavrel;
-ALTER SYSTEM RESET lavrel.enable_mac;
-SELECT lavrel_test.reload_enable_mac();
 DROP EXTENSION lavrel_test;
+\i sql/include/drop_lavrel.sql

@@ -54,10 +54,5 @@ SELECT ident, length(ident), rest
 SELECT ident, length(ident), rest
   FROM lavrel_test.split_identifier('"' || repeat('Ab', 35) || '"', true);
 
--- lavrel can be dropped only while access control is off.
-ALTER SYSTEM SET lavrel.enable_mac = off;
-SELECT lavrel_test.reload_enable_mac();
-DROP EXTENSION lavrel;
-ALTER SYSTEM RESET lavrel.enable_mac;
-SELECT lavrel_test.reload_enable_mac();
 DROP EXTENSION lavrel_test;
+\i sql/include/drop_lavrel.sql

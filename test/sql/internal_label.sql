@@ -89,10 +89,5 @@ SELECT lavrel_test.copy_label(3, '{1,2}'), lavrel_test.copy_label(4, NULL);
 -- Copying a null label gives null; freeing one does nothing.
 SELECT lavrel_test.copy_null_label();
 
--- lavrel can be dropped only while access control is off.
-ALTER SYSTEM SET lavrel.enable_mac = off;
-SELECT lavrel_test.reload_enable_mac();
-DROP EXTENSION lavrel;
-ALTER SYSTEM RESET lavrel.enable_mac;
-SELECT lavrel_test.reload_enable_mac();
 DROP EXTENSION lavrel_test;
+\i sql/include/drop_lavrel.sql

@@ -177,9 +177,5 @@ DROP TABLE t;
 DROP ROLE regress_lavrel_user, regress_lavrel_su;
 DROP VIEW label_rows;
 DROP FUNCTION try_stmt(text);
-ALTER SYSTEM SET lavrel.enable_mac = off;
-SELECT lavrel_test.reload_enable_mac();
-DROP EXTENSION lavrel;
-ALTER SYSTEM RESET lavrel.enable_mac;
-SELECT lavrel_test.reload_enable_mac();
 DROP EXTENSION lavrel_test;
+\i sql/include/drop_lavrel.sql

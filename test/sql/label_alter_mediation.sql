@@ -38,5 +38,4 @@ SELECT id, lavrel.read_mediation(:policy, id) AS may_read
 \c - postgres
 DROP ROLE regress_alter_user;
 SELECT lavrel.drop_policy('p');
-DROP EXTENSION lavrel;
-DROP SCHEMA lavrel;
+\i sql/include/drop_lavrel.sql

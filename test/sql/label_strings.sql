@@ -148,9 +148,5 @@ SELECT drop_user_access('p', 'regress_lavrel_reader');
 DROP ROLE regress_lavrel_reader;
 SELECT drop_policy('p'), drop_policy('q');
 DROP FUNCTION try_stmt(text);
-ALTER SYSTEM SET lavrel.enable_mac = off;
-SELECT lavrel_test.reload_enable_mac();
-DROP EXTENSION lavrel;
-ALTER SYSTEM RESET lavrel.enable_mac;
-SELECT lavrel_test.reload_enable_mac();
 DROP EXTENSION lavrel_test;
+\i sql/include/drop_lavrel.sql

@@ -123,9 +123,4 @@ SELECT lavrel.drop_policy('q');
 DROP ROLE regress_lavrel_umax, regress_lavrel_umin, regress_lavrel_udef,
           regress_lavrel_urow, regress_lavrel_ukeep;
 DROP FUNCTION try_stmt(text);
-ALTER SYSTEM SET lavrel.enable_mac = off;
-SELECT pg_reload_conf();
-\c
-DROP EXTENSION lavrel;
-ALTER SYSTEM RESET lavrel.enable_mac;
-SELECT pg_reload_conf();
+\i sql/include/drop_lavrel.sql

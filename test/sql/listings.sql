@@ -59,9 +59,4 @@ SELECT count(*) AS enforcements_listed FROM lavrel.policy_enforcements();
 SELECT lavrel.drop_policy(p) FROM (VALUES ('p1'), ('p2'), ('p3')) AS v(p);
 DROP TABLE regress_t1, regress_t2;
 DROP ROLE regress_lavrel_reader;
-ALTER SYSTEM SET lavrel.enable_mac = off;
-SELECT pg_reload_conf();
-\c
-DROP EXTENSION lavrel;
-ALTER SYSTEM RESET lavrel.enable_mac;
-SELECT pg_reload_conf();
+\i sql/include/drop_lavrel.sql

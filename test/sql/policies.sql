@@ -111,9 +111,4 @@ DROP VIEW catalog_rows, regress_labelled_v;
 DROP TABLE regress_keep1, regress_keep2, regress_drop;
 DROP ROLE regress_lavrel_user;
 DROP FUNCTION try_stmt(text);
-ALTER SYSTEM SET lavrel.enable_mac = off;
-SELECT pg_reload_conf();
-\c
-DROP EXTENSION lavrel;
-ALTER SYSTEM RESET lavrel.enable_mac;
-SELECT pg_reload_conf();
+\i sql/include/drop_lavrel.sql

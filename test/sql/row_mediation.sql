@@ -19,22 +19,7 @@ END
 $$;
 
 -- Levels low < mid < high, compartments a, b, c.
-SELECT lavrel.create_policy('p1', 'p1_label');
-SELECT lavrel.create_level('p1', 'low', 10);
-SELECT lavrel.create_level('p1', 'mid', 20);
-SELECT lavrel.create_level('p1', 'high', 30);
-SELECT lavrel.create_compartment('p1', 'a', 1);
-SELECT lavrel.create_compartment('p1', 'b', 2);
-SELECT lavrel.create_compartment('p1', 'c', 3);
-SELECT lavrel.create_label('p1', label, id)
-  FROM (VALUES ('low:c', 5), ('low', 10), ('low:a', 11), ('mid', 20), ('mid:a', 21),
-               ('mid:b', 22), ('high', 30), ('high:a', 31), ('high:a,b', 33),
-               ('high:c', 35), ('high:a,b,c', 99)) AS v(label, id);
-SELECT lavrel.create_policy('p2', 'p2_label');
-SELECT lavrel.create_level('p2', 'x', 1);
-SELECT lavrel.create_label('p2', 'x', 90);
-SELECT oid AS p1 FROM lavrel.policies() WHERE policy_name = 'p1' \gset
-SELECT oid AS p2 FROM lavrel.policies() WHERE policy_name = 'p2' \gset
+\i sql/include/policies_p1_p2.sql
 
 -- Every label id the checks are asked about: those of p1 and p2, ids
 -- without a label, and ids out of range.
@@ -256,11 +241,4 @@ SELECT lavrel.drop_policy('p1');
 SELECT lavrel.drop_policy('p2');
 DROP ROLE regress_rm_alice, regress_rm_dave, regress_rm_erin, regress_rm_gina,
           regress_rm_frank, regress_rm_bob, regress_rm_carol, regress_rm_henry;
--- lavrel can be dropped only while access control is off.
-ALTER SYSTEM SET lavrel.enable_mac = off;
-SELECT pg_reload_conf();
-\c
-DROP EXTENSION lavrel;
-DROP SCHEMA lavrel;
-ALTER SYSTEM RESET lavrel.enable_mac;
-SELECT pg_reload_conf();
+\i sql/include/drop_lavrel.sql

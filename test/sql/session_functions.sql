@@ -177,11 +177,4 @@ SELECT lavrel.policy_read_max_label_id(:p1), lavrel.policy_read_min_label_id(:p1
 DROP VIEW session_labels, label_lookup;
 SELECT lavrel.drop_policy('p1');
 DROP ROLE regress_sf_user;
--- lavrel can be dropped only while access control is off.
-ALTER SYSTEM SET lavrel.enable_mac = off;
-SELECT pg_reload_conf();
-\c
-DROP EXTENSION lavrel;
-DROP SCHEMA lavrel;
-ALTER SYSTEM RESET lavrel.enable_mac;
-SELECT pg_reload_conf();
+\i sql/include/drop_lavrel.sql

@@ -11,22 +11,7 @@ CREATE EXTENSION lavrel;
 -- Levels low < mid < high, compartments a, b, c.  Labels 5 (low:c),
 -- 35 (high:c) and 99 (high:a,b,c) carry compartment c, which the
 -- administrator's max read label (high:a,b) never includes.
-SELECT lavrel.create_policy('p1', 'p1_label');
-SELECT lavrel.create_level('p1', 'low', 10);
-SELECT lavrel.create_level('p1', 'mid', 20);
-SELECT lavrel.create_level('p1', 'high', 30);
-SELECT lavrel.create_compartment('p1', 'a', 1);
-SELECT lavrel.create_compartment('p1', 'b', 2);
-SELECT lavrel.create_compartment('p1', 'c', 3);
-SELECT lavrel.create_label('p1', label, id)
-  FROM (VALUES ('low:c', 5), ('low', 10), ('low:a', 11), ('mid', 20), ('mid:a', 21),
-               ('mid:b', 22), ('high', 30), ('high:a', 31), ('high:a,b', 33),
-               ('high:c', 35), ('high:a,b,c', 99)) AS v(label, id);
--- A second policy with a single level and label.
-SELECT lavrel.create_policy('p2', 'p2_label');
-SELECT lavrel.create_level('p2', 'x', 1);
-SELECT lavrel.create_label('p2', 'x', 90);
-SELECT oid AS p1 FROM lavrel.policies() WHERE policy_name = 'p1' \gset
+\i sql/include/policies_p1_p2.sql
 
 -- The three session tables, with policy names for policy ids and masks
 -- also in hexadecimal.
@@ -159,11 +144,4 @@ SELECT (SELECT count(*) FROM lavrel.show_session_labels()) AS session_labels,
 DROP VIEW session_labels, label_lookup, label_mediation;
 SELECT lavrel.drop_policy('p1');
 SELECT lavrel.drop_policy('p2');
--- lavrel can be dropped only while access control is off.
-ALTER SYSTEM SET lavrel.enable_mac = off;
-SELECT pg_reload_conf();
-\c
-DROP EXTENSION lavrel;
-DROP SCHEMA lavrel;
-ALTER SYSTEM RESET lavrel.enable_mac;
-SELECT pg_reload_conf();
+\i sql/include/drop_lavrel.sql

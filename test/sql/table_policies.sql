@@ -113,9 +113,4 @@ DROP FOREIGN TABLE regress_ft;
 DROP SERVER regress_server;
 DROP FOREIGN DATA WRAPPER regress_dummy;
 DROP FUNCTION try_stmt(text);
-ALTER SYSTEM SET lavrel.enable_mac = off;
-SELECT pg_reload_conf();
-\c
-DROP EXTENSION lavrel;
-ALTER SYSTEM RESET lavrel.enable_mac;
-SELECT pg_reload_conf();
+\i sql/include/drop_lavrel.sql

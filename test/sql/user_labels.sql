@@ -242,9 +242,5 @@ DROP ROLE regress_lavrel_u1, regress_lavrel_u2, regress_lavrel_u3,
           "regress_lavrel_Mixed", regress_lavrel_su;
 DROP VIEW user_rows;
 DROP FUNCTION try_stmt(text);
-ALTER SYSTEM SET lavrel.enable_mac = off;
-SELECT lavrel_test.reload_enable_mac();
-DROP EXTENSION lavrel;
-ALTER SYSTEM RESET lavrel.enable_mac;
-SELECT lavrel_test.reload_enable_mac();
 DROP EXTENSION lavrel_test;
+\i sql/include/drop_lavrel.sql

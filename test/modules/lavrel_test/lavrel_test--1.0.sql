@@ -14,6 +14,11 @@ CREATE FUNCTION lavrel_test.split_identifier(raw text, warn boolean)
 RETURNS TABLE(ident text, rest text)
 AS 'MODULE_PATHNAME', 'TestSplitIdentifier' LANGUAGE C STRICT;
 
+-- The same on raw bytes, which need not be valid in the database encoding.
+CREATE FUNCTION lavrel_test.split_identifier_bytes(raw bytea, warn boolean)
+RETURNS TABLE(ident bytea, rest bytea)
+AS 'MODULE_PATHNAME', 'TestSplitIdentifierBytes' LANGUAGE C STRICT;
+
 -- ---------------------------------------------------------------------
 -- The label record.  Where b_level is null, b is the very same record as
 -- a (not an equal copy).
@@ -102,6 +107,24 @@ RETURNS integer AS 'MODULE_PATHNAME', 'TestGetUserPolicyPrivilege' LANGUAGE C ST
 CREATE FUNCTION lavrel_test.get_policyids_on_rel(rel regclass)
 RETURNS oid[] AS 'MODULE_PATHNAME', 'TestGetPolicyidsOnRel' LANGUAGE C STRICT;
 
+CREATE FUNCTION lavrel_test.get_policy_name(policy oid)
+RETURNS text AS 'MODULE_PATHNAME', 'TestGetPolicyName' LANGUAGE C STRICT;
+
+CREATE FUNCTION lavrel_test.get_policy_colname(policy oid)
+RETURNS text AS 'MODULE_PATHNAME', 'TestGetPolicyColname' LANGUAGE C STRICT;
+
+CREATE FUNCTION lavrel_test.get_policyenabled(policy oid)
+RETURNS boolean AS 'MODULE_PATHNAME', 'TestGetPolicyenabled' LANGUAGE C STRICT;
+
+CREATE FUNCTION lavrel_test.policy_object_checked(policy oid)
+RETURNS void AS 'MODULE_PATHNAME', 'TestPolicyObjectChecked' LANGUAGE C STRICT;
+
+CREATE FUNCTION lavrel_test.get_level_name(policy oid, level_id integer)
+RETURNS text AS 'MODULE_PATHNAME', 'TestGetLevelName' LANGUAGE C STRICT;
+
+CREATE FUNCTION lavrel_test.get_compartment_name(policy oid, compartment_id integer)
+RETURNS text AS 'MODULE_PATHNAME', 'TestGetCompartmentName' LANGUAGE C STRICT;
+
 -- ---------------------------------------------------------------------
 -- The module frame
 -- ---------------------------------------------------------------------
@@ -128,3 +151,68 @@ AS 'MODULE_PATHNAME', 'TestPgFini' LANGUAGE C;
 -- value of lavrel.enable_mac they gave it.
 CREATE FUNCTION lavrel_test.reload_enable_mac()
 RETURNS text AS 'MODULE_PATHNAME', 'TestReloadEnableMac' LANGUAGE C;
+
+-- ---------------------------------------------------------------------
+-- Policy administration internals
+-- ---------------------------------------------------------------------
+
+CREATE FUNCTION lavrel_test.is_policy_column(rel regclass, column_name text)
+RETURNS boolean AS 'MODULE_PATHNAME', 'TestIsPolicyColumn' LANGUAGE C STRICT;
+
+CREATE FUNCTION lavrel_test.policy_col_perm_check(rel regclass, column_name text)
+RETURNS void AS 'MODULE_PATHNAME', 'TestPolicyColPermCheck' LANGUAGE C STRICT;
+
+CREATE FUNCTION lavrel_test.is_policy_protected_rel(rel regclass)
+RETURNS boolean AS 'MODULE_PATHNAME', 'TestIsPolicyProtectedRel' LANGUAGE C STRICT;
+
+-- The policies of every relation given, extracted onto the same two lists
+-- (one call per relation): the pairs of policy and policy column, in list
+-- order.
+CREATE FUNCTION lavrel_test.extract_rel_policies(include_disabled boolean,
+                                                 VARIADIC rels regclass[])
+RETURNS TABLE(policy oid, attnum integer)
+AS 'MODULE_PATHNAME', 'TestExtractRelPolicies' LANGUAGE C STRICT;
+
+CREATE FUNCTION lavrel_test.remove_policy_by_id(policy oid)
+RETURNS void AS 'MODULE_PATHNAME', 'TestRemovePolicyById' LANGUAGE C STRICT;
+
+CREATE FUNCTION lavrel_test.alter_policy_tuple(policy oid, enabled boolean)
+RETURNS void AS 'MODULE_PATHNAME', 'TestAlterPolicyTuple' LANGUAGE C STRICT;
+
+-- Each removes one catalog row and returns whether a lookup in the same
+-- command still sees it.
+CREATE FUNCTION lavrel_test.remove_level_by_id(policy oid, level_id integer)
+RETURNS boolean AS 'MODULE_PATHNAME', 'TestRemoveLevelById' LANGUAGE C STRICT;
+
+CREATE FUNCTION lavrel_test.remove_comp_by_id(policy oid, compartment_id integer)
+RETURNS boolean AS 'MODULE_PATHNAME', 'TestRemoveCompById' LANGUAGE C STRICT;
+
+CREATE FUNCTION lavrel_test.remove_label_by_id(label_id integer)
+RETURNS boolean AS 'MODULE_PATHNAME', 'TestRemoveLabelById' LANGUAGE C STRICT;
+
+-- ---------------------------------------------------------------------
+-- The session tables' primitives, on one of "User Session Label", "Label
+-- Lookup Info" and "Label Mediation", with records of the wrapper's own
+-- under a key that must be free; they are unlinked before the call ends.
+-- ---------------------------------------------------------------------
+
+-- Inserts two records under the key, then deletes the second and the
+-- first: which record a lookup finds after the second insertion and at the
+-- end, and whether the first record was still linked.
+CREATE FUNCTION lavrel_test.session_insert_twice(session_table text, key oid)
+RETURNS TABLE(found_after_second_insert text, first_still_linked boolean,
+              found_after_deletes text)
+AS 'MODULE_PATHNAME', 'TestSessionInsertTwice' LANGUAGE C STRICT;
+
+-- Deletes, twice, a record whose back-link names an element (with the key)
+-- that the table does not hold: whether the first deletion cleared the
+-- back-link, and whether the key is in the table afterwards.
+CREATE FUNCTION lavrel_test.session_delete_stray(session_table text, key oid)
+RETURNS TABLE(back_link_cleared boolean, key_in_table boolean)
+AS 'MODULE_PATHNAME', 'TestSessionDeleteStray' LANGUAGE C STRICT;
+
+-- Initialises the session memory context again.  Any backend that has run
+-- a statement while access control was in force has it already, so there
+-- the call ends the backend.
+CREATE FUNCTION lavrel_test.init_mac_session_memory_context()
+RETURNS void AS 'MODULE_PATHNAME', 'TestInitMacSessionMemoryContext' LANGUAGE C;

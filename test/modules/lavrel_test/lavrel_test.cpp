@@ -2,9 +2,10 @@
  * lavrel_test.cpp
  *    SQL wrappers around internal functions of lavrel that no SQL function
  *    of the product reaches directly: the identifier reader, the label
- *    record and its dominance order, the catalog lookups and the module
- *    frame.  The regression tests call them to check those functions one
- *    by one.
+ *    record and its dominance order, the catalog lookups, the module frame,
+ *    the policy administration internals and the primitives of the session
+ *    tables.  The regression tests call them to check those functions one
+ *    by one, also in states that SQL cannot produce.
  *
  * A label crosses the SQL boundary as a level (an integer in the range of
  * int2) and an int2[] of compartment ids, a null array being the empty
@@ -60,20 +61,27 @@ set_from_array(ArrayType *array)
     return set;
 }
 
+/* Integer argument n, which must lie in the range of int2. */
+int16
+int16_arg(FunctionCallInfo fcinfo, int n)
+{
+    require_arg(fcinfo, n);
+    int32       value = PG_GETARG_INT32(n);
+
+    if (value < PG_INT16_MIN || value > PG_INT16_MAX)
+        ereport(ERROR,
+                (errcode(ERRCODE_NUMERIC_VALUE_OUT_OF_RANGE),
+                 errmsg("%d is out of range for type smallint", value)));
+    return (int16) value;
+}
+
 /* The label of arguments n (level) and n + 1 (compartments). */
 MacLabel *
 label_arg(FunctionCallInfo fcinfo, int n)
 {
-    require_arg(fcinfo, n);
-    int32       level = PG_GETARG_INT32(n);
-
-    if (level < PG_INT16_MIN || level > PG_INT16_MAX)
-        ereport(ERROR,
-                (errcode(ERRCODE_NUMERIC_VALUE_OUT_OF_RANGE),
-                 errmsg("level %d is out of range for type smallint", level)));
-
+    int16       level = int16_arg(fcinfo, n);
     Bitmapset  *set = PG_ARGISNULL(n + 1) ? NULL : set_from_array(PG_GETARG_ARRAYTYPE_P(n + 1));
-    MacLabel   *label = make_mac_label((int16) level, set);
+    MacLabel   *label = make_mac_label(level, set);
 
     bms_free(set);
     return label;
@@ -132,6 +140,56 @@ put_row(FunctionCallInfo fcinfo, Datum *values, bool *nulls)
     ReturnSetInfo *rsinfo = (ReturnSetInfo *) fcinfo->resultinfo;
 
     tuplestore_putvalues(rsinfo->setResult, rsinfo->setDesc, values, nulls);
+}
+
+Datum
+text_datum(const char *str)
+{
+    return CStringGetTextDatum(str);
+}
+
+/* The bytes of argument n, which must hold no zero byte, NUL-terminated. */
+char *
+bytes_arg(FunctionCallInfo fcinfo, int n)
+{
+    bytea      *raw = PG_GETARG_BYTEA_PP(n);
+    int         len = VARSIZE_ANY_EXHDR(raw);
+
+    if (memchr(VARDATA_ANY(raw), '\0', len) != NULL)
+        ereport(ERROR,
+                (errcode(ERRCODE_INVALID_PARAMETER_VALUE),
+                 errmsg("argument %d must not contain a zero byte", n + 1)));
+    return pnstrdup(VARDATA_ANY(raw), len);
+}
+
+/* A bytea of the bytes of str (text and bytea share one representation). */
+Datum
+bytes_datum(const char *str)
+{
+    return PointerGetDatum(cstring_to_text(str));
+}
+
+/*
+ * The identifier at the front of raw and the text behind it, one row, each
+ * converted by to_datum; argument 2 is the reader's warn flag.
+ */
+Datum
+split_identifier(FunctionCallInfo fcinfo, char *raw, Datum (*to_datum)(const char *))
+{
+    char       *unchanged = pstrdup(raw);
+    char       *ident;
+    char       *end;
+
+    SplitOneIdentifierString(raw, &end, &ident, PG_GETARG_BOOL(1));
+    if (strcmp(raw, unchanged) != 0)
+        elog(ERROR, "the identifier reader changed its input");
+
+    Datum       values[2] = {to_datum(ident), to_datum(end)};
+    bool        nulls[2] = {false, false};
+
+    InitMaterializedSRF(fcinfo, 0);
+    put_row(fcinfo, values, nulls);
+    return (Datum) 0;
 }
 
 template <bool (*Predicate)(const MacLabel *, const MacLabel *)>
@@ -226,21 +284,13 @@ put_hook_row(FunctionCallInfo fcinfo, const char *hook_name, Hook before, Hook a
 
 MAC_SQL_FUNCTION(TestSplitIdentifier)
 {
-    char       *raw = text_arg(fcinfo, 0);
-    char       *unchanged = pstrdup(raw);
-    char       *ident;
-    char       *end;
+    return split_identifier(fcinfo, text_arg(fcinfo, 0), text_datum);
+}
 
-    SplitOneIdentifierString(raw, &end, &ident, PG_GETARG_BOOL(1));
-    if (strcmp(raw, unchanged) != 0)
-        elog(ERROR, "the identifier reader changed its input to \"%s\"", raw);
-
-    Datum       values[2] = {CStringGetTextDatum(ident), CStringGetTextDatum(end)};
-    bool        nulls[2] = {false, false};
-
-    InitMaterializedSRF(fcinfo, 0);
-    put_row(fcinfo, values, nulls);
-    return (Datum) 0;
+/* The same on raw bytes, which need not be valid in the database encoding. */
+MAC_SQL_FUNCTION(TestSplitIdentifierBytes)
+{
+    return split_identifier(fcinfo, bytes_arg(fcinfo, 0), bytes_datum);
 }
 
 /* ---------------------------------------------------------------------
@@ -430,6 +480,37 @@ MAC_SQL_FUNCTION(TestGetPolicyidsOnRel)
     PG_RETURN_ARRAYTYPE_P(construct_array(elems, count, OIDOID, sizeof(Oid), true, TYPALIGN_INT));
 }
 
+MAC_SQL_FUNCTION(TestGetPolicyName)
+{
+    PG_RETURN_TEXT_P(cstring_to_text(get_policy_name(PG_GETARG_OID(0))));
+}
+
+MAC_SQL_FUNCTION(TestGetPolicyColname)
+{
+    PG_RETURN_TEXT_P(cstring_to_text(get_policy_colname(PG_GETARG_OID(0))));
+}
+
+MAC_SQL_FUNCTION(TestGetPolicyenabled)
+{
+    PG_RETURN_BOOL(get_policyenabled(PG_GETARG_OID(0)));
+}
+
+MAC_SQL_FUNCTION(TestPolicyObjectChecked)
+{
+    policy_object_checked(PG_GETARG_OID(0));
+    PG_RETURN_VOID();
+}
+
+MAC_SQL_FUNCTION(TestGetLevelName)
+{
+    PG_RETURN_TEXT_P(cstring_to_text(get_level_name(PG_GETARG_OID(0), int16_arg(fcinfo, 1))));
+}
+
+MAC_SQL_FUNCTION(TestGetCompartmentName)
+{
+    PG_RETURN_TEXT_P(cstring_to_text(get_compartment_name(PG_GETARG_OID(0), int16_arg(fcinfo, 1))));
+}
+
 /* ---------------------------------------------------------------------
  * The module frame
  * --------------------------------------------------------------------- */
@@ -500,4 +581,264 @@ MAC_SQL_FUNCTION(TestReloadEnableMac)
 {
     ProcessConfigFile(PGC_SIGHUP);
     PG_RETURN_TEXT_P(cstring_to_text(GetConfigOption("lavrel.enable_mac", false, false)));
+}
+
+/* ---------------------------------------------------------------------
+ * Policy administration internals
+ * --------------------------------------------------------------------- */
+
+MAC_SQL_FUNCTION(TestIsPolicyColumn)
+{
+    PG_RETURN_BOOL(IsPolicyColumn(PG_GETARG_OID(0), text_arg(fcinfo, 1)));
+}
+
+MAC_SQL_FUNCTION(TestPolicyColPermCheck)
+{
+    MAC_PolicyColPermCheck(PG_GETARG_OID(0), text_arg(fcinfo, 1));
+    PG_RETURN_VOID();
+}
+
+MAC_SQL_FUNCTION(TestIsPolicyProtectedRel)
+{
+    PG_RETURN_BOOL(MAC_IsPolicyProtectedRel(PG_GETARG_OID(0)));
+}
+
+/*
+ * Extracts the policies of every relation given onto the same two lists,
+ * one call per relation, and returns the pairs in list order.
+ */
+MAC_SQL_FUNCTION(TestExtractRelPolicies)
+{
+    ArrayType  *rels = PG_GETARG_ARRAYTYPE_P(1);
+    Datum      *elems;
+    bool       *elem_nulls;
+    int         count;
+    List       *policy_ids = NIL;
+    List       *attnos = NIL;
+
+    deconstruct_array(rels, ARR_ELEMTYPE(rels), sizeof(Oid), true, TYPALIGN_INT,
+                      &elems, &elem_nulls, &count);
+    for (int i = 0; i < count; i++)
+        ExtractRelPolicies(DatumGetObjectId(elems[i]), &policy_ids, &attnos,
+                           PG_GETARG_BOOL(0));
+
+    InitMaterializedSRF(fcinfo, 0);
+    for (int i = 0; i < list_length(policy_ids); i++)
+    {
+        Datum       values[2] = {ObjectIdGetDatum(list_nth_oid(policy_ids, i)),
+                                 Int32GetDatum(list_nth_int(attnos, i))};
+        bool        nulls[2] = {false, false};
+
+        put_row(fcinfo, values, nulls);
+    }
+    return (Datum) 0;
+}
+
+MAC_SQL_FUNCTION(TestRemovePolicyById)
+{
+    RemovePolicyByIdMac(PG_GETARG_OID(0));
+    PG_RETURN_VOID();
+}
+
+MAC_SQL_FUNCTION(TestAlterPolicyTuple)
+{
+    AlterPolicyTuple(PG_GETARG_OID(0), PG_GETARG_BOOL(1));
+    PG_RETURN_VOID();
+}
+
+namespace {
+
+/*
+ * Removes a level or compartment row by (policy, id) and tells whether a
+ * lookup in the same command still sees it, i.e. whether the removal made
+ * itself visible with a command counter increment.
+ */
+template <void (*Remove)(Oid, int16), bool (*Exists)(Oid, int16)>
+Datum
+remove_element(FunctionCallInfo fcinfo)
+{
+    Oid         policy_id = PG_GETARG_OID(0);
+    int16       id = int16_arg(fcinfo, 1);
+
+    Remove(policy_id, id);
+    PG_RETURN_BOOL(Exists(policy_id, id));
+}
+
+} // namespace
+
+MAC_SQL_FUNCTION(TestRemoveLevelById)
+{
+    return remove_element<RemoveLevelById, level_id_exists>(fcinfo);
+}
+
+MAC_SQL_FUNCTION(TestRemoveCompById)
+{
+    return remove_element<RemoveCompById, compartment_id_exists>(fcinfo);
+}
+
+/* Removes a label row; tells whether the same command still sees it. */
+MAC_SQL_FUNCTION(TestRemoveLabelById)
+{
+    int32       label_id = PG_GETARG_INT32(0);
+
+    RemoveLabelById(label_id);
+    PG_RETURN_BOOL(label_id_exists(label_id));
+}
+
+/* ---------------------------------------------------------------------
+ * The session tables' primitives
+ *
+ * The wrappers link records of their own under a key that no policy or
+ * label uses, and unlink them again before they return, so that a later
+ * synchronisation never meets them.
+ * --------------------------------------------------------------------- */
+
+namespace {
+
+/* One session table with its lookup, insert and delete primitives. */
+template <typename Record, typename Key>
+struct SessionTable
+{
+    HTAB      **table;
+    Record   *(*lookup)(Key key);
+    void        (*insert)(Key key, Record *rec);
+    void        (*remove)(Record *rec);
+};
+
+const SessionTable<MacSessionLabel, Oid> session_label_table = {
+    &MacSessionLabelHT, mac_SessionLabelHTLookup, mac_SessionLabelHTInsert,
+    mac_SessionLabelHTDelete};
+const SessionTable<MacLabelLookupInfo, Oid> lookup_info_table = {
+    &MacLabelLookupInfoHT, mac_LabelLookupInfoHTLookup, mac_LabelLookupInfoHTInsert,
+    mac_LabelLookupInfoHTDelete};
+const SessionTable<MacLabelMediation, int32> mediation_table = {
+    &MacLabelMediationHT, mac_LabelMediationHTLookup, mac_LabelMediationHTInsert,
+    mac_LabelMediationHTDelete};
+
+/* Refuses to work on a missing table or on a key that is in use. */
+template <typename Record, typename Key>
+void
+require_free_key(const SessionTable<Record, Key> &t, Key key)
+{
+    if (*t.table == NULL)
+        ereport(ERROR,
+                (errcode(ERRCODE_OBJECT_NOT_IN_PREREQUISITE_STATE),
+                 errmsg("the session tables do not exist in this backend")));
+    if (t.lookup(key) != NULL)
+        ereport(ERROR,
+                (errcode(ERRCODE_INVALID_PARAMETER_VALUE),
+                 errmsg("key %u is in use", (uint32) key)));
+}
+
+/* Which of two records rec is: "first", "second" or "none". */
+template <typename Record>
+Datum
+which_record(const Record *rec, const Record *first, const Record *second)
+{
+    if (rec == NULL)
+        return CStringGetTextDatum("none");
+    if (rec == first)
+        return CStringGetTextDatum("first");
+    return CStringGetTextDatum(rec == second ? "second" : "another");
+}
+
+/*
+ * Inserts two records under one key, then deletes the second and the
+ * first.  Reports what a lookup finds after the second insertion, whether
+ * the first record is still linked then, and what a lookup finds at the end.
+ */
+template <typename Record, typename Key>
+Datum
+insert_twice(FunctionCallInfo fcinfo, const SessionTable<Record, Key> &t, Key key)
+{
+    Record     *first = (Record *) palloc0(sizeof(Record));
+    Record     *second = (Record *) palloc0(sizeof(Record));
+
+    require_free_key(t, key);
+    t.insert(key, first);
+    t.insert(key, second);
+
+    Datum       found = which_record(t.lookup(key), first, second);
+    bool        first_linked = first->entry != NULL;
+
+    t.remove(second);
+    t.remove(first);
+
+    Datum       values[3] = {found, BoolGetDatum(first_linked),
+                             which_record(t.lookup(key), first, second)};
+    bool        nulls[3] = {false, false, false};
+
+    InitMaterializedSRF(fcinfo, 0);
+    put_row(fcinfo, values, nulls);
+    return (Datum) 0;
+}
+
+/*
+ * Deletes, twice, a record whose back-link names an element that the table
+ * does not hold.  Reports whether the first deletion cleared the back-link
+ * and whether the key is in the table afterwards.
+ */
+template <typename Record, typename Key>
+Datum
+delete_stray(FunctionCallInfo fcinfo, const SessionTable<Record, Key> &t, Key key)
+{
+    Record     *rec = (Record *) palloc0(sizeof(Record));
+    MacHashEntry stray = {(uint32) key, rec};
+
+    require_free_key(t, key);
+    rec->entry = &stray;
+    t.remove(rec);
+
+    bool        cleared = rec->entry == NULL;
+
+    t.remove(rec);
+
+    Datum       values[2] = {BoolGetDatum(cleared), BoolGetDatum(t.lookup(key) != NULL)};
+    bool        nulls[2] = {false, false};
+
+    InitMaterializedSRF(fcinfo, 0);
+    put_row(fcinfo, values, nulls);
+    return (Datum) 0;
+}
+
+/* Runs op on the table named by argument 1 with the key of argument 2. */
+template <typename Op>
+Datum
+with_session_table(FunctionCallInfo fcinfo, Op op)
+{
+    const char *name = text_arg(fcinfo, 0);
+    uint32      key = PG_GETARG_OID(1);
+
+    if (strcmp(name, "User Session Label") == 0)
+        return op(session_label_table, (Oid) key);
+    if (strcmp(name, "Label Lookup Info") == 0)
+        return op(lookup_info_table, (Oid) key);
+    if (strcmp(name, "Label Mediation") == 0)
+        return op(mediation_table, (int32) key);
+    ereport(ERROR,
+            (errcode(ERRCODE_INVALID_PARAMETER_VALUE),
+             errmsg("no session table is named \"%s\"", name)));
+}
+
+} // namespace
+
+MAC_SQL_FUNCTION(TestSessionInsertTwice)
+{
+    return with_session_table(fcinfo, [fcinfo](const auto &t, auto key) {
+        return insert_twice(fcinfo, t, key);
+    });
+}
+
+MAC_SQL_FUNCTION(TestSessionDeleteStray)
+{
+    return with_session_table(fcinfo, [fcinfo](const auto &t, auto key) {
+        return delete_stray(fcinfo, t, key);
+    });
+}
+
+/* Initialises the session memory context, which may exist already. */
+MAC_SQL_FUNCTION(TestInitMacSessionMemoryContext)
+{
+    InitMacSessionMemoryContext();
+    PG_RETURN_VOID();
 }
