@@ -876,28 +876,31 @@ SyncMacSession(bool release_snapshots)
         AtEOXact_Snapshot(true, false);
 }
 
-int32
-get_policy_row_label_id(Oid policy_id)
+/* A field of the policy's lookup summary, 0 when the policy has none. */
+static int32
+lookup_info_field(Oid policy_id, int32 MacLabelLookupInfo::*field)
 {
     MacLabelLookupInfo *info = mac_LabelLookupInfoHTLookup(policy_id);
 
-    return info != NULL ? info->default_row_label_id : 0;
+    return info != NULL ? info->*field : 0;
+}
+
+int32
+get_policy_row_label_id(Oid policy_id)
+{
+    return lookup_info_field(policy_id, &MacLabelLookupInfo::default_row_label_id);
 }
 
 int32
 get_policy_read_max_label_id(Oid policy_id)
 {
-    MacLabelLookupInfo *info = mac_LabelLookupInfoHTLookup(policy_id);
-
-    return info != NULL ? info->max_label_id : 0;
+    return lookup_info_field(policy_id, &MacLabelLookupInfo::max_label_id);
 }
 
 int32
 get_policy_read_min_label_id(Oid policy_id)
 {
-    MacLabelLookupInfo *info = mac_LabelLookupInfoHTLookup(policy_id);
-
-    return info != NULL ? info->min_label_id : 0;
+    return lookup_info_field(policy_id, &MacLabelLookupInfo::min_label_id);
 }
 
 /* Sessions with READ or FULL may read every label: no range clauses then. */
