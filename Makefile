@@ -14,7 +14,8 @@ SRCS = src/host/host.cpp \
        src/policy_label.cpp \
        src/policy_cmds.cpp \
        src/policy_session.cpp \
-       src/policy_user.cpp
+       src/policy_user.cpp \
+       src/rewritemac.cpp
 OBJS = $(SRCS:.cpp=.o)
 
 # `make installcheck` runs the suites against the server named by PGHOST,

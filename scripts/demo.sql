@@ -29,6 +29,7 @@ SELECT lavrel.create_label('company', 'secret:sales,hr', 320);
 CREATE TABLE documents (id serial, title text);
 SELECT lavrel.apply_table_policy('company', 'public', 'documents');
 GRANT SELECT, INSERT, UPDATE, DELETE ON documents TO PUBLIC;
+GRANT USAGE ON SEQUENCE documents_id_seq TO PUBLIC;
 
 CREATE ROLE alice LOGIN;
 CREATE ROLE bob LOGIN;
@@ -48,6 +49,14 @@ SELECT lavrel.set_user_labels('company', 'bob', 'internal:sales',
                               def_label => 'internal:sales');
 -- carol has alice's max label but the defaults: she reads public rows only.
 SELECT lavrel.set_user_labels('company', 'carol', 'secret:sales,hr');
+
+-- The administrator is mediated too: to load rows of every label he takes
+-- the FULL privilege, which lets him read and write any label.
+SELECT lavrel.set_user_labels('company', 'postgres', 'secret:sales,hr');
+SELECT lavrel.set_user_privs('company', 'postgres', 'FULL');
+INSERT INTO documents (title, clearance) VALUES
+    ('canteen menu', 100), ('org chart', 200), ('sales forecast', 210),
+    ('salary bands', 220), ('merger plan', 310), ('layoff list', 320);
 
 \o
 \echo

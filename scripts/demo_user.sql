@@ -1,6 +1,7 @@
 -- scripts/demo_user.sql: what one user's session answers under policy
--- "company": which labels it may read, the range of label ids it reads and
--- the label its new rows get.  Run as that user.
+-- "company": which labels it may read, the range of label ids it reads, the
+-- label its new rows get, and the rows of "documents" it sees.  Run as that
+-- user.
 \pset footer off
 \echo
 \echo == Session of :"USER"
@@ -11,3 +12,5 @@ SELECT lavrel.label_to_char(lavrel.generate_default_label_value(:policy)) AS "la
 SELECT id AS label_id, lavrel.label_to_char(id) AS label,
        lavrel.read_mediation(:policy, id) AS may_read
   FROM unnest(ARRAY[100, 200, 210, 220, 310, 320]) AS id;
+SELECT id, title, lavrel.label_to_char(clearance) AS label
+  FROM documents ORDER BY id;

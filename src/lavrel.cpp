@@ -217,6 +217,8 @@ _PG_init(void)
 
     host_install_hooks();
     MacNeedCheckPermisition_hook = MacNeedCheckPermisition;
+    MAC_Rewrite_hook = MAC_Rewrite;
+    MacFunctionNotInlinable_hook = MacFunctionNotInlinable;
     MacCreateExtensionProcess_hook = MacCreateExtensionProcess;
     SyncMacSession_hook = SyncMacSession;
 }
@@ -231,5 +233,7 @@ _PG_fini(void)
 {
     MacNeedCheckPermisition_hook = NULL;
     MacObjectIdsInited = false;
+    MAC_Rewrite_hook = NULL;
+    MacFunctionNotInlinable_hook = NULL;
     MacCreateExtensionProcess_hook = NULL;
 }

@@ -351,6 +351,12 @@ void DropObjectById(Oid relid, AttrNumber attno, Oid id);
 void DropObjectBy2Id(Oid relid, AttrNumber attno1, Oid id, AttrNumber attno2, int16 small_id);
 void DropObjectByCompId(Oid relid, AttrNumber attno, Oid id, AttrNumber vec_attno, int16 comp_id);
 
+/*
+ * Discards the cached plans of every table under the policy: their shape
+ * depends on the policy and on the privileges of its users.
+ */
+void mac_invalidate_policy_plans(Oid policy_id);
+
 PGDLLEXPORT bool IsPolicyColumn(Oid relid, const char *colname);
 PGDLLEXPORT void MAC_PolicyColPermCheck(Oid relid, const char *colname);
 PGDLLEXPORT bool MAC_IsPolicyProtectedRel(Oid relid);
@@ -418,6 +424,13 @@ void mac_LabelMediationHTInsert(int32 label_id, MacLabelMediation *rec);
 void mac_SessionLabelHTDelete(MacSessionLabel *rec);
 void mac_LabelLookupInfoHTDelete(MacLabelLookupInfo *rec);
 void mac_LabelMediationHTDelete(MacLabelMediation *rec);
+
+/* ---------------------------------------------------------------------
+ * rewritemac.cpp: the label filter
+ * --------------------------------------------------------------------- */
+
+PGDLLEXPORT Query *MAC_Rewrite(Query *query);
+PGDLLEXPORT bool MacFunctionNotInlinable(Oid funcid);
 
 /* ---------------------------------------------------------------------
  * policy_user.cpp: user authorizations

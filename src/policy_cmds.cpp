@@ -113,6 +113,12 @@ invalidate_tables_plans(List *relids)
         invalidate_table_plans(lfirst_oid(lc));
 }
 
+void
+mac_invalidate_policy_plans(Oid policy_id)
+{
+    invalidate_tables_plans(get_relids_by_policy(policy_id));
+}
+
 /* Locks a table against every other use until the end of the transaction. */
 static void
 lock_table_exclusive(Oid relid)
@@ -346,7 +352,7 @@ set_policy_enabled(FunctionCallInfo fcinfo, const char *action, bool enabled)
     if (get_policyenabled(policy_id) == enabled)
         return;
     AlterPolicyTuple(policy_id, enabled);
-    invalidate_tables_plans(get_relids_by_policy(policy_id));
+    mac_invalidate_policy_plans(policy_id);
 }
 
 MAC_SQL_FUNCTION(EnablePolicy)

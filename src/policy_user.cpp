@@ -8,7 +8,9 @@
  * functions here create, change and remove authorizations; before anything
  * is stored the labels must dominate one another in the expected order.
  * The privilege mask is written as a comma-separated list of privilege
- * names, converted here in both directions.
+ * names, converted here in both directions.  Every change of an
+ * authorization discards the cached plans of the policy's tables, whose
+ * filters depend on the privileges of the session's user.
  */
 #include "lavrel.h"
 
@@ -104,6 +106,7 @@ InsertUserAccess(Oid policy_id, Oid user_id, uint16 privs, const UserPolicyAcces
     fill_access_columns(NULL, rec, values, set);
     mac_catalog_insert(MacPolicyUserRelationId, values, nulls);
     free_comp_columns(values, set);
+    mac_invalidate_policy_plans(policy_id);
 }
 
 /*
@@ -135,6 +138,7 @@ UpdateUserAccess(Oid policy_id, Oid user_id, const uint16 *privs,
     mac_scan_end(&scan);
     free_comp_columns(values, replace);
     CommandCounterIncrement();
+    mac_invalidate_policy_plans(policy_id);
 }
 
 template <typename T>
@@ -576,6 +580,7 @@ RemoveMacUserAccess(Oid policy_id, Oid user_id)
     if (tuple != NULL)
         mac_catalog_delete(&scan, tuple);
     mac_scan_end(&scan);
+    mac_invalidate_policy_plans(policy_id);
 }
 
 /* ---------------------------------------------------------------------

@@ -7,6 +7,14 @@
  *   host hook                         stock PostgreSQL 15
  *   SyncMacSession_hook               ExecutorStart_hook: every statement
  *                                     refreshes the session before it runs
+ *   MAC_Rewrite_hook                  planner_hook, after PostgreSQL's
+ *                                     rewriter: every planned query (views,
+ *                                     SQL and PL/pgSQL functions, prepared
+ *                                     statements, cursors, CREATE TABLE AS,
+ *                                     COPY (query), EXPLAIN); not the queries
+ *                                     of foreign-key checks
+ *   MacFunctionNotInlinable_hook      needs_fmgr_hook: the planner does not
+ *                                     inline a function the hook claims
  *   MacCreateExtensionProcess_hook    ProcessUtility_hook, around CREATE
  *                                     EXTENSION and ALTER EXTENSION UPDATE
  */
@@ -16,8 +24,12 @@ extern "C" {
 MacNeedCheckPermisition_hook_type MacNeedCheckPermisition_hook = NULL;
 MacCreateExtensionProcess_hook_type MacCreateExtensionProcess_hook = NULL;
 SyncMacSession_hook_type SyncMacSession_hook = NULL;
+MAC_Rewrite_hook_type MAC_Rewrite_hook = NULL;
+MacFunctionNotInlinable_hook_type MacFunctionNotInlinable_hook = NULL;
 }
 
+static planner_hook_type prev_planner = NULL;
+static needs_fmgr_hook_type prev_needs_fmgr = NULL;
 static ExecutorStart_hook_type prev_executor_start = NULL;
 static ProcessUtility_hook_type prev_process_utility = NULL;
 
@@ -30,6 +42,39 @@ host_require_preload(void)
                  errmsg("lavrel must be loaded via shared_preload_libraries"),
                  errhint("Add lavrel to shared_preload_libraries in postgresql.conf "
                          "and restart the server.")));
+}
+
+/* ---------------------------------------------------------------------
+ * Planning: the label filter
+ * --------------------------------------------------------------------- */
+
+static PlannedStmt *
+host_planner(Query *parse, const char *query_string, int cursorOptions,
+             ParamListInfo boundParams)
+{
+    /*
+     * Foreign-key checks run their own queries, which must see every row
+     * (as under row-level security), or labels would let a referenced row
+     * be deleted or a dangling reference be created.
+     */
+    if (MAC_Rewrite_hook && !InNoForceRLSOperation())
+        parse = MAC_Rewrite_hook(parse);
+
+    if (prev_planner)
+        return prev_planner(parse, query_string, cursorOptions, boundParams);
+    return standard_planner(parse, query_string, cursorOptions, boundParams);
+}
+
+/*
+ * Consulted whenever a function is looked up for a call, and by the planner
+ * before it inlines a SQL function: true keeps the function out of line.
+ */
+static bool
+host_needs_fmgr(Oid funcid)
+{
+    if (prev_needs_fmgr && prev_needs_fmgr(funcid))
+        return true;
+    return MacFunctionNotInlinable_hook && MacFunctionNotInlinable_hook(funcid);
 }
 
 /* ---------------------------------------------------------------------
@@ -115,6 +160,10 @@ host_process_utility(PlannedStmt *pstmt, const char *queryString,
 void
 host_install_hooks(void)
 {
+    prev_planner = planner_hook;
+    planner_hook = host_planner;
+    prev_needs_fmgr = needs_fmgr_hook;
+    needs_fmgr_hook = host_needs_fmgr;
     prev_executor_start = ExecutorStart_hook;
     ExecutorStart_hook = host_executor_start;
     prev_process_utility = ProcessUtility_hook;

@@ -33,9 +33,17 @@ typedef void (*MacCreateExtensionProcess_hook_type)(const char *extname,
 /* Brings the session's label state up to date with the catalogs. */
 typedef void (*SyncMacSession_hook_type)(bool release_snapshots);
 
+/* Rewrites a query tree (after PostgreSQL's rewriter) before it is planned. */
+typedef Query *(*MAC_Rewrite_hook_type)(Query *query);
+
+/* Whether the planner must not inline a function (its body is filtered). */
+typedef bool (*MacFunctionNotInlinable_hook_type)(Oid funcid);
+
 extern PGDLLEXPORT MacNeedCheckPermisition_hook_type MacNeedCheckPermisition_hook;
 extern PGDLLEXPORT MacCreateExtensionProcess_hook_type MacCreateExtensionProcess_hook;
 extern PGDLLEXPORT SyncMacSession_hook_type SyncMacSession_hook;
+extern PGDLLEXPORT MAC_Rewrite_hook_type MAC_Rewrite_hook;
+extern PGDLLEXPORT MacFunctionNotInlinable_hook_type MacFunctionNotInlinable_hook;
 
 /* Connects the hooks above to PostgreSQL's own hook points; once, at load. */
 void host_install_hooks(void);

@@ -1,0 +1,712 @@
+/*
+ * rewritemac.cpp
+ *    The label filter: rewrites every query over a table under an enabled
+ *    policy so that it reads only the rows the session may read, changes
+ *    only the rows it may write, and stores only labels it may give.
+ *
+ * MAC_Rewrite runs on the query tree after PostgreSQL's rewriter (views,
+ * rules and the defaults of omitted INSERT columns are expanded), before
+ * the planner.  For each protected table:
+ *   - a table that is only read becomes a security-barrier subquery over
+ *     the table, filtered by read_mediation (and, for sessions without READ
+ *     or FULL, by label-id range clauses an index on the policy column can
+ *     use); a non-leakproof function the user wrote never sees a row the
+ *     filter drops;
+ *   - the target of UPDATE and DELETE gets write_mediation as a security
+ *     qual, which the planner evaluates before any condition of the user;
+ *   - a policy column stored by INSERT or UPDATE passes through
+ *     label_insert or label_update.
+ * MERGE on a protected table is refused.  SQL functions whose body reads a
+ * protected table are kept from being inlined by the planner (which would
+ * happen after this rewrite), so their queries are planned and filtered on
+ * their own.
+ */
+#include "lavrel.h"
+
+
+/* PostgreSQL 15 declares tree walkers without a prototype. */
+#define MAC_WALKER(fn) reinterpret_cast<bool (*)()>(reinterpret_cast<void (*)()>(fn))
+
+namespace {
+
+/* ---------------------------------------------------------------------
+ * Building the filter expressions
+ * --------------------------------------------------------------------- */
+
+Const *
+policy_const(Oid policy_id)
+{
+    return makeConst(OIDOID, -1, InvalidOid, sizeof(Oid),
+                     ObjectIdGetDatum(policy_id), false, true);
+}
+
+FuncExpr *
+mediation_call(Oid funcid, Oid rettype, List *args)
+{
+    return makeFuncExpr(funcid, rettype, args, InvalidOid, InvalidOid,
+                        COERCE_EXPLICIT_CALL);
+}
+
+/* The policy column of `relid` as a variable of range-table entry `varno`. */
+Var *
+policy_column_var(Oid policy_id, Oid relid, int varno)
+{
+    char       *colname = get_policy_colname(policy_id);
+    AttrNumber  attno = get_attnum(relid, colname);
+
+    if (attno == InvalidAttrNumber)
+        ereport(ERROR,
+                (errcode(ERRCODE_UNDEFINED_COLUMN),
+                 errmsg("policy column \"%s\" of relation \"%s\" doesnot exist",
+                        colname, get_rel_name(relid))));
+    return makeVar(varno, attno, INT4OID, -1, InvalidOid, 0);
+}
+
+/* pg_catalog's int4 "<=", never one found through the user's search_path. */
+Oid
+int4_le_operator(void)
+{
+    return LookupOperName(NULL, list_make2(makeString(pstrdup("pg_catalog")), makeString(pstrdup("<="))),
+                          INT4OID, INT4OID, false, -1);
+}
+
+Expr *
+int4_le(Oid op, Expr *left, Expr *right)
+{
+    return make_opclause(op, BOOLOID, false, left, right, InvalidOid, InvalidOid);
+}
+
+} // namespace
+
+/*
+ * The label-id range clauses of one policy:
+ *   min <= max AND c <= max AND min <= c
+ * with min and max the session's lowest and highest readable label ids.
+ * They let an index on the policy column narrow the scan.
+ */
+static List *
+MAC_Append_Label_Filter(Oid policy_id, Oid relid, int varno)
+{
+    Oid         le = int4_le_operator();
+    Const      *policy = policy_const(policy_id);
+    Expr       *min = (Expr *) mediation_call(PolicyMinLabelIdProc, INT4OID, list_make1(policy));
+    Expr       *max = (Expr *) mediation_call(PolicyMaxLabelIdProc, INT4OID, list_make1(policy));
+    Expr       *column = (Expr *) policy_column_var(policy_id, relid, varno);
+
+    return list_make3(int4_le(le, min, max), int4_le(le, column, max), int4_le(le, min, column));
+}
+
+namespace {
+
+/* The enabled policies applied to a table, in catalog order. */
+List *
+enabled_policies(Oid relid)
+{
+    List       *enabled = NIL;
+    List       *policies = get_policyids_on_rel(relid);
+    ListCell   *lc;
+
+    foreach(lc, policies)
+    {
+        if (get_policyenabled(lfirst_oid(lc)))
+            enabled = lappend_oid(enabled, lfirst_oid(lc));
+    }
+    list_free(policies);
+    return enabled;
+}
+
+/*
+ * The filter of a table for every enabled policy on it: the read or write
+ * mediation call, followed by the range clauses when the session needs
+ * them; NULL when no enabled policy applies.  Variables refer to `varno`.
+ */
+Expr *
+label_filter(Oid relid, bool write, int varno)
+{
+    List       *policies = enabled_policies(relid);
+    List       *quals = NIL;
+    ListCell   *lc;
+
+    foreach(lc, policies)
+    {
+        Oid         policy_id = lfirst_oid(lc);
+        Var        *column = policy_column_var(policy_id, relid, varno);
+
+        quals = lappend(quals, mediation_call(write ? WriteMediationProc : ReadMediationProc,
+                                              BOOLOID,
+                                              list_make2(policy_const(policy_id), column)));
+        if (need_mac_indexable_quals(policy_id))
+            quals = list_concat(quals, MAC_Append_Label_Filter(policy_id, relid, varno));
+    }
+    list_free(policies);
+    return quals != NIL ? make_ands_explicit(quals) : NULL;
+}
+
+/* ---------------------------------------------------------------------
+ * A read relation becomes a filtered security-barrier subquery
+ * --------------------------------------------------------------------- */
+
+/* The columns of entry `rti` that the query uses at its own level. */
+struct ColumnUse
+{
+    int         rti;
+    int         depth;
+    List       *attnos;         /* distinct attribute numbers, in order of use */
+};
+
+/* Maps each used column of entry `rti` to its place in the subquery. */
+struct ColumnMap
+{
+    int         rti;
+    int         depth;
+    List       *attnos;         /* position n holds the column of output n+1 */
+};
+
+bool
+collect_columns(Node *node, ColumnUse *use)
+{
+    if (node == NULL)
+        return false;
+    if (IsA(node, Var))
+    {
+        Var        *var = (Var *) node;
+
+        if (var->varno == use->rti && (int) var->varlevelsup == use->depth)
+            use->attnos = list_append_unique_int(use->attnos, var->varattno);
+        return false;
+    }
+    if (IsA(node, Query))
+    {
+        bool        done;
+
+        use->depth++;
+        done = query_tree_walker((Query *) node, MAC_WALKER(collect_columns), use, 0);
+        use->depth--;
+        return done;
+    }
+    return expression_tree_walker(node, MAC_WALKER(collect_columns), use);
+}
+
+/* The subquery output column that carries column `attno` of the table. */
+AttrNumber
+output_column(List *attnos, AttrNumber attno)
+{
+    ListCell   *lc;
+
+    foreach(lc, attnos)
+    {
+        if (lfirst_int(lc) == attno)
+            return (AttrNumber) (foreach_current_index(lc) + 1);
+    }
+    elog(ERROR, "column %d was not collected", attno);
+}
+
+bool
+repoint_columns(Node *node, ColumnMap *map)
+{
+    if (node == NULL)
+        return false;
+    if (IsA(node, Var))
+    {
+        Var        *var = (Var *) node;
+
+        if (var->varno == map->rti && (int) var->varlevelsup == map->depth)
+        {
+            var->varattno = output_column(map->attnos, var->varattno);
+            var->varnosyn = var->varno;
+            var->varattnosyn = var->varattno;
+        }
+        return false;
+    }
+    if (IsA(node, Query))
+    {
+        bool        done;
+
+        map->depth++;
+        done = query_tree_walker((Query *) node, MAC_WALKER(repoint_columns), map, 0);
+        map->depth--;
+        return done;
+    }
+    return expression_tree_walker(node, MAC_WALKER(repoint_columns), map);
+}
+
+/* The name a column of `rte` goes by: the user's alias or the table's. */
+char *
+column_name(const RangeTblEntry *rte, AttrNumber attno)
+{
+    if (attno < 1)
+        return NULL;
+    if (rte->alias != NULL && attno <= list_length(rte->alias->colnames))
+        return strVal(list_nth(rte->alias->colnames, attno - 1));
+    return strVal(list_nth(rte->eref->colnames, attno - 1));
+}
+
+/* What an unnamed output column (system column, whole row) is shown as. */
+char *
+display_name(const RangeTblEntry *rte, AttrNumber attno)
+{
+    if (attno < 0)
+        return pstrdup(NameStr(SystemAttributeDefinition(attno)->attname));
+    return pstrdup(rte->eref->aliasname);
+}
+
+/* The subquery's target list: one entry per used column of `table`. */
+List *
+subquery_target_list(const RangeTblEntry *table, List *attnos, List **colnames)
+{
+    List       *tlist = NIL;
+    ListCell   *lc;
+
+    *colnames = NIL;
+    foreach(lc, attnos)
+    {
+        AttrNumber  attno = (AttrNumber) lfirst_int(lc);
+        Oid         type;
+        int32       typmod;
+        Oid         collation;
+        char       *name = column_name(table, attno);
+        Var        *var;
+
+        if (attno == 0)
+            var = makeWholeRowVar((RangeTblEntry *) table, 1, 0, false);
+        else
+        {
+            get_atttypetypmodcoll(table->relid, attno, &type, &typmod, &collation);
+            var = makeVar(1, attno, type, typmod, collation, 0);
+        }
+        tlist = lappend(tlist, makeTargetEntry((Expr *) var, (AttrNumber) list_length(tlist) + 1,
+                                               name, false));
+        *colnames = lappend(*colnames, makeString(name ? pstrdup(name) : display_name(table, attno)));
+    }
+    return tlist;
+}
+
+/* Moves a FOR UPDATE/SHARE mark of entry `rti` onto the subquery's table. */
+void
+move_row_mark(Query *query, int rti, Query *subquery)
+{
+    ListCell   *lc;
+
+    foreach(lc, query->rowMarks)
+    {
+        RowMarkClause *rc = (RowMarkClause *) lfirst(lc);
+
+        if ((int) rc->rti != rti)
+            continue;
+        query->rowMarks = foreach_delete_current(query->rowMarks, lc);
+        rc->rti = 1;
+        subquery->rowMarks = list_make1(rc);
+        subquery->hasForUpdate = true;
+        query->hasForUpdate = query->rowMarks != NIL;
+        return;
+    }
+}
+
+/*
+ * Turns the relation entry `rte` (index `rti`) of `query` into a
+ * security-barrier subquery that reads the table through `filter` and
+ * returns the columns the query uses; the query's variables are re-pointed
+ * to the subquery's output columns.  The table's own entry moves into the
+ * subquery with its permissions, lock and sampling, so that it is checked,
+ * locked and sampled once, on the real table.
+ */
+void
+expand_read_relation(Query *query, RangeTblEntry *rte, int rti, Expr *filter)
+{
+    ColumnUse   use = {rti, -1, NIL};
+    ColumnMap   map;
+    RangeTblEntry *table = (RangeTblEntry *) copyObjectImpl(rte);
+    RangeTblRef *ref = makeNode(RangeTblRef);
+    Query      *subquery = makeNode(Query);
+    List       *colnames;
+
+    collect_columns((Node *) query, &use);
+
+    subquery->commandType = CMD_SELECT;
+    subquery->querySource = query->querySource;
+    subquery->canSetTag = false;
+    subquery->hasSubLinks = checkExprHasSubLink((Node *) filter);
+    subquery->hasRowSecurity = query->hasRowSecurity;
+    subquery->rtable = list_make1(table);
+    ref->rtindex = 1;
+    subquery->jointree = makeFromExpr(list_make1(ref), (Node *) filter);
+    subquery->targetList = subquery_target_list(table, use.attnos, &colnames);
+    move_row_mark(query, rti, subquery);
+
+    map = {rti, -1, use.attnos};
+    repoint_columns((Node *) query, &map);
+
+    rte->rtekind = RTE_SUBQUERY;
+    rte->subquery = subquery;
+    rte->security_barrier = true;
+    rte->relid = InvalidOid;
+    rte->relkind = 0;
+    rte->rellockmode = 0;
+    rte->tablesample = NULL;
+    rte->inh = false;
+    rte->requiredPerms = 0;
+    rte->checkAsUser = InvalidOid;
+    rte->selectedCols = NULL;
+    rte->insertedCols = NULL;
+    rte->updatedCols = NULL;
+    rte->extraUpdatedCols = NULL;
+    rte->securityQuals = NIL;
+    rte->eref->colnames = colnames;
+    if (rte->alias != NULL)
+        rte->alias->colnames = NIL;
+}
+
+} // namespace
+
+/*
+ * Adds the label filter for the relation entry `rte` at index `rti`: the
+ * write filter as a security qual of the target of UPDATE and DELETE, a
+ * filtering subquery for any relation that is only read.  INSERT has
+ * nothing to filter: its labels are checked by the target-list rule.
+ */
+static void
+MAC_Apply_Access_Rule(Query *query, RangeTblEntry *rte, int rti)
+{
+    bool        is_result = (rti == query->resultRelation);
+    Expr       *filter;
+
+    if (query->commandType == CMD_INSERT)
+        return;
+
+    filter = label_filter(rte->relid, is_result, is_result ? rti : 1);
+    if (filter == NULL)
+        return;
+
+    if (!is_result)
+        expand_read_relation(query, rte, rti, filter);
+    else if (query->setOperations != NULL)
+        ereport(ERROR,
+                (errcode(ERRCODE_FEATURE_NOT_SUPPORTED),
+                 errmsg("conditional UNION/INTERSECT/EXCEPT statements are not implemented")));
+    else
+        rte->securityQuals = lcons(filter, rte->securityQuals);
+}
+
+namespace {
+
+/* ---------------------------------------------------------------------
+ * Labels stored by INSERT and UPDATE
+ * --------------------------------------------------------------------- */
+
+/*
+ * Wraps every policy column of `tlist` (columns of the result relation)
+ * in label_insert, or in label_update with the row's current label.
+ */
+void
+check_stored_labels(Query *query, List *tlist, bool update)
+{
+    RangeTblEntry *target = rt_fetch(query->resultRelation, query->rtable);
+    List       *policies = get_policyids_on_rel(target->relid);
+    ListCell   *lc;
+
+    if (policies == NIL)
+        return;
+    foreach(lc, tlist)
+    {
+        TargetEntry *tle = (TargetEntry *) lfirst(lc);
+        char       *colname;
+        Oid         policy_id;
+        List       *args;
+
+        if (tle->resjunk)
+            continue;
+        colname = get_attname(target->relid, tle->resno, false);
+        policy_id = get_policyid_by_colname(colname);
+        if (!OidIsValid(policy_id) || !list_member_oid(policies, policy_id) ||
+            !get_policyenabled(policy_id))
+            continue;
+
+        args = list_make2(policy_const(policy_id), tle->expr);
+        if (update)
+            args = list_insert_nth(args, 1,
+                                   makeVar(query->resultRelation, tle->resno, INT4OID, -1,
+                                           InvalidOid, 0));
+        tle->expr = (Expr *) mediation_call(update ? LabelUpdateProc : LabelInsertProc,
+                                            INT4OID, args);
+    }
+    list_free(policies);
+}
+
+/*
+ * INSERT ... ON CONFLICT DO UPDATE changes an existing row: it must be one
+ * the session may write, and a new label must pass the update check.
+ */
+void
+mediate_on_conflict_update(Query *query)
+{
+    OnConflictExpr *conflict = query->onConflict;
+    RangeTblEntry *target = rt_fetch(query->resultRelation, query->rtable);
+    Expr       *filter;
+
+    if (conflict == NULL || conflict->action != ONCONFLICT_UPDATE)
+        return;
+    check_stored_labels(query, conflict->onConflictSet, true);
+    filter = label_filter(target->relid, true, query->resultRelation);
+    if (filter != NULL)
+        conflict->onConflictWhere = make_and_qual((Node *) filter, conflict->onConflictWhere);
+}
+
+void
+refuse_protected_merge(Query *query)
+{
+    ListCell   *lc;
+
+    foreach(lc, query->rtable)
+    {
+        RangeTblEntry *rte = (RangeTblEntry *) lfirst(lc);
+
+        if (rte->rtekind == RTE_RELATION && enabled_policies(rte->relid) != NIL)
+            ereport(ERROR,
+                    (errcode(ERRCODE_FEATURE_NOT_SUPPORTED),
+                     errmsg("MERGE is not supported on table \"%s\", which is under a lavrel policy",
+                            get_rel_name(rte->relid)),
+                     errhint("Use INSERT, UPDATE and DELETE instead.")));
+    }
+}
+
+/* ---------------------------------------------------------------------
+ * The tree rewriter
+ * --------------------------------------------------------------------- */
+
+void rewrite_query(Query *query);
+
+/* Reaches the queries of sub-links and common table expressions. */
+bool
+rewrite_nested_queries(Node *node, void *context)
+{
+    if (node == NULL)
+        return false;
+    if (IsA(node, Query))
+    {
+        rewrite_query((Query *) node);
+        return false;
+    }
+    return expression_tree_walker(node, MAC_WALKER(rewrite_nested_queries), context);
+}
+
+void
+rewrite_query(Query *query)
+{
+    ListCell   *lc;
+    int         rti = 0;
+
+    if (query->commandType == CMD_UTILITY)
+        return;
+
+    SyncMacSession(false);
+    if (query->commandType == CMD_MERGE)
+        refuse_protected_merge(query);
+
+    foreach(lc, query->rtable)
+    {
+        RangeTblEntry *rte = (RangeTblEntry *) lfirst(lc);
+
+        rti++;
+        if (rte->rtekind == RTE_SUBQUERY)
+            rewrite_query(rte->subquery);
+        else if (rte->rtekind == RTE_RELATION)
+            MAC_Apply_Access_Rule(query, rte, rti);
+    }
+
+    if (query->commandType == CMD_INSERT)
+    {
+        check_stored_labels(query, query->targetList, false);
+        mediate_on_conflict_update(query);
+    }
+    else if (query->commandType == CMD_UPDATE)
+        check_stored_labels(query, query->targetList, true);
+
+    query_tree_walker(query, MAC_WALKER(rewrite_nested_queries), NULL,
+                      QTW_IGNORE_RT_SUBQUERIES);
+}
+
+/* ---------------------------------------------------------------------
+ * SQL functions the planner would inline
+ * --------------------------------------------------------------------- */
+
+bool
+reads_protected_table(Node *node, void *context)
+{
+    if (node == NULL)
+        return false;
+    if (IsA(node, Query))
+        return query_tree_walker((Query *) node, MAC_WALKER(reads_protected_table),
+                                 context, QTW_EXAMINE_RTES_BEFORE);
+    if (IsA(node, RangeTblEntry))
+    {
+        RangeTblEntry *rte = (RangeTblEntry *) node;
+
+        return rte->rtekind == RTE_RELATION && get_policyids_on_rel(rte->relid) != NIL;
+    }
+    return expression_tree_walker(node, MAC_WALKER(reads_protected_table), context);
+}
+
+/*
+ * Whether the planner may inline the function (a SQL set-returning
+ * function without SET, SECURITY DEFINER or volatility), which is the
+ * only way a function's body joins the calling query's plan.
+ */
+bool
+inlinable_sql_function(Form_pg_proc proc, HeapTuple tuple)
+{
+    return proc->prolang == SQLlanguageId && proc->proretset &&
+        !proc->prosecdef && proc->provolatile != PROVOLATILE_VOLATILE &&
+        heap_attisnull(tuple, Anum_pg_proc_proconfig, NULL);
+}
+
+/* The function's body, analysed and rewritten (views expanded). */
+List *
+function_body_queries(HeapTuple tuple)
+{
+    bool        isnull;
+    Datum       body = SysCacheGetAttr(PROCOID, tuple, Anum_pg_proc_prosqlbody, &isnull);
+    List       *queries = NIL;
+    ListCell   *lc;
+
+    if (!isnull)
+    {
+        Node       *stored = (Node *) stringToNode(TextDatumGetCString(body));
+        List       *stmts = IsA(stored, List) ? linitial_node(List, (List *) stored) : list_make1(stored);
+
+        foreach(lc, stmts)
+        {
+            Query      *query = lfirst_node(Query, lc);
+
+            AcquireRewriteLocks(query, true, false);
+            queries = list_concat(queries, pg_rewrite_query(query));
+        }
+        return queries;
+    }
+
+    char       *src = TextDatumGetCString(SysCacheGetAttr(PROCOID, tuple, Anum_pg_proc_prosrc, &isnull));
+    SQLFunctionParseInfoPtr pinfo = prepare_sql_fn_parse_info(tuple, NULL, InvalidOid);
+
+    foreach(lc, pg_parse_query(src))
+        queries = list_concat(queries,
+                              pg_analyze_and_rewrite_withcb(lfirst_node(RawStmt, lc), src,
+                                                            (ParserSetupHook) sql_fn_parser_setup,
+                                                            pinfo, NULL));
+    return queries;
+}
+
+bool
+has_polymorphic_argument(Form_pg_proc proc)
+{
+    for (int i = 0; i < proc->pronargs; i++)
+        if (IsPolymorphicType(proc->proargtypes.values[i]))
+            return true;
+    return IsPolymorphicType(proc->prorettype);
+}
+
+/* Per-backend answers for inlinable functions, dropped on any invalidation. */
+HTAB       *inline_decisions = NULL;
+bool        inline_decisions_valid = false;
+
+struct InlineDecision
+{
+    Oid         funcid;
+    bool        keep_out_of_line;
+};
+
+void
+forget_inline_decisions(Datum arg, int cacheid, uint32 hashvalue)
+{
+    (void) arg;
+    (void) cacheid;
+    (void) hashvalue;
+    inline_decisions_valid = false;
+}
+
+void
+forget_inline_decisions_rel(Datum arg, Oid relid)
+{
+    (void) arg;
+    (void) relid;
+    inline_decisions_valid = false;
+}
+
+HTAB *
+inline_decision_table(void)
+{
+    HASHCTL     ctl;
+
+    if (inline_decisions == NULL)
+    {
+        CacheRegisterSyscacheCallback(PROCOID, forget_inline_decisions, (Datum) 0);
+        CacheRegisterRelcacheCallback(forget_inline_decisions_rel, (Datum) 0);
+    }
+    else if (!inline_decisions_valid)
+        hash_destroy(inline_decisions);
+    else
+        return inline_decisions;
+
+    ctl.keysize = sizeof(Oid);
+    ctl.entrysize = sizeof(InlineDecision);
+    ctl.hcxt = CacheMemoryContext;
+    inline_decisions = hash_create("lavrel inline decisions", 64, &ctl,
+                                   HASH_ELEM | HASH_BLOBS | HASH_CONTEXT);
+    inline_decisions_valid = true;
+    return inline_decisions;
+}
+
+bool
+body_reads_protected_table(HeapTuple tuple)
+{
+    /* Without actual argument types a polymorphic body cannot be analysed. */
+    if (has_polymorphic_argument((Form_pg_proc) GETSTRUCT(tuple)))
+        return true;
+    return reads_protected_table((Node *) function_body_queries(tuple), NULL);
+}
+
+} // namespace
+
+/*
+ * Whether the planner must keep the function out of line: an inlinable SQL
+ * function whose body reads a protected table.  Everything else is
+ * answered from the function's catalog entry alone.
+ */
+bool
+MacFunctionNotInlinable(Oid funcid)
+{
+    HeapTuple   tuple = SearchSysCache1(PROCOID, ObjectIdGetDatum(funcid));
+    bool        found;
+    bool        answer;
+    InlineDecision *decision;
+
+    if (!HeapTupleIsValid(tuple))
+        return false;
+    if (!inlinable_sql_function((Form_pg_proc) GETSTRUCT(tuple), tuple) || !MAC_isenable())
+    {
+        ReleaseSysCache(tuple);
+        return false;
+    }
+
+    decision = (InlineDecision *) hash_search(inline_decision_table(), &funcid, HASH_FIND, &found);
+    if (found)
+        answer = decision->keep_out_of_line;
+    else
+    {
+        answer = body_reads_protected_table(tuple);
+        if (inline_decisions_valid)
+        {
+            decision = (InlineDecision *) hash_search(inline_decisions, &funcid, HASH_ENTER, &found);
+            decision->keep_out_of_line = answer;
+        }
+    }
+    ReleaseSysCache(tuple);
+    return answer;
+}
+
+Query *
+MAC_Rewrite(Query *query)
+{
+    if (!MAC_isenable())
+        return query;
+    rewrite_query(query);
+    return query;
+}
