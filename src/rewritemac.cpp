@@ -13,7 +13,9 @@
  *     use); a non-leakproof function the user wrote never sees a row the
  *     filter drops;
  *   - the target of UPDATE and DELETE gets write_mediation as a security
- *     qual, which the planner evaluates before any condition of the user;
+ *     qual, which the planner evaluates before any condition of the user
+ *     (with RETURNING, read_mediation too: what comes back must be
+ *     readable);
  *   - a policy column stored by INSERT or UPDATE passes through
  *     label_insert or label_update.
  * MERGE on a protected table is refused.  SQL functions whose body reads a
@@ -115,6 +117,15 @@ enabled_policies(Oid relid)
     return enabled;
 }
 
+/* read_mediation or write_mediation of the policy column, as a qual. */
+Expr *
+mediation_qual(Oid funcid, Oid policy_id, Oid relid, int varno)
+{
+    return (Expr *) mediation_call(funcid, BOOLOID,
+                                   list_make2(policy_const(policy_id),
+                                              policy_column_var(policy_id, relid, varno)));
+}
+
 /*
  * The filter of a table for every enabled policy on it: the read or write
  * mediation call, followed by the range clauses when the session needs
@@ -130,14 +141,31 @@ label_filter(Oid relid, bool write, int varno)
     foreach(lc, policies)
     {
         Oid         policy_id = lfirst_oid(lc);
-        Var        *column = policy_column_var(policy_id, relid, varno);
 
-        quals = lappend(quals, mediation_call(write ? WriteMediationProc : ReadMediationProc,
-                                              BOOLOID,
-                                              list_make2(policy_const(policy_id), column)));
+        quals = lappend(quals, mediation_qual(write ? WriteMediationProc : ReadMediationProc,
+                                              policy_id, relid, varno));
         if (need_mac_indexable_quals(policy_id))
             quals = list_concat(quals, MAC_Append_Label_Filter(policy_id, relid, varno));
     }
+    list_free(policies);
+    return quals != NIL ? make_ands_explicit(quals) : NULL;
+}
+
+/*
+ * What RETURNING shows of a written row must be readable too: a session
+ * may write labels above those it reads, and must not see such rows come
+ * back.  As under row-level security, rows it may not read are then left
+ * alone.  NULL when no enabled policy applies.
+ */
+Expr *
+returning_filter(Oid relid, int varno)
+{
+    List       *policies = enabled_policies(relid);
+    List       *quals = NIL;
+    ListCell   *lc;
+
+    foreach(lc, policies)
+        quals = lappend(quals, mediation_qual(ReadMediationProc, lfirst_oid(lc), relid, varno));
     list_free(policies);
     return quals != NIL ? make_ands_explicit(quals) : NULL;
 }
@@ -384,7 +412,11 @@ MAC_Apply_Access_Rule(Query *query, RangeTblEntry *rte, int rti)
                 (errcode(ERRCODE_FEATURE_NOT_SUPPORTED),
                  errmsg("conditional UNION/INTERSECT/EXCEPT statements are not implemented")));
     else
+    {
+        if (query->returningList != NIL)
+            rte->securityQuals = lcons(returning_filter(rte->relid, rti), rte->securityQuals);
         rte->securityQuals = lcons(filter, rte->securityQuals);
+    }
 }
 
 namespace {
@@ -447,8 +479,13 @@ mediate_on_conflict_update(Query *query)
         return;
     check_stored_labels(query, conflict->onConflictSet, true);
     filter = label_filter(target->relid, true, query->resultRelation);
-    if (filter != NULL)
-        conflict->onConflictWhere = make_and_qual((Node *) filter, conflict->onConflictWhere);
+    if (filter == NULL)
+        return;
+    if (query->returningList != NIL)
+        filter = (Expr *) make_and_qual((Node *) filter,
+                                        (Node *) returning_filter(target->relid,
+                                                                  query->resultRelation));
+    conflict->onConflictWhere = make_and_qual((Node *) filter, conflict->onConflictWhere);
 }
 
 void
