@@ -179,7 +179,7 @@ SELECT * FROM dual ORDER BY id;
 -- kate: no privileges.  Only an unchanged label passes.
 \c - regress_fm_kate
 SET enable_seqscan = off;
-UPDATE moves SET p1_label = 20 WHERE id = 1 RETURNING *;
+UPDATE moves SET p1_label = 20 WHERE id = 1;
 SELECT stmt, try_stmt(stmt) FROM (VALUES
     ($$UPDATE moves SET p1_label = 30 WHERE id = 1$$),
     ($$UPDATE moves SET p1_label = 21 WHERE id = 1$$),
@@ -188,8 +188,8 @@ SELECT stmt, try_stmt(stmt) FROM (VALUES
 -- frank: WRITEUP raises the level when the compartments stay.
 \c - regress_fm_frank
 SET enable_seqscan = off;
-UPDATE moves SET p1_label = 30 WHERE id = 11 RETURNING *;
-UPDATE moves SET p1_label = 31 WHERE id = 12 RETURNING *;
+UPDATE moves SET p1_label = 30 WHERE id = 11;
+UPDATE moves SET p1_label = 31 WHERE id = 12;
 SELECT stmt, try_stmt(stmt) FROM (VALUES
     ($$UPDATE moves SET p1_label = 20 WHERE id = 13$$),
     ($$UPDATE moves SET p1_label = 33 WHERE id = 12$$)) AS v(stmt);
@@ -198,8 +198,8 @@ SELECT stmt, try_stmt(stmt) FROM (VALUES
 -- below her min write label.
 \c - regress_fm_gina
 SET enable_seqscan = off;
-UPDATE moves SET p1_label = 20 WHERE id = 21 RETURNING *;
-UPDATE moves SET p1_label = 21 WHERE id = 22 RETURNING *;
+UPDATE moves SET p1_label = 20 WHERE id = 21;
+UPDATE moves SET p1_label = 21 WHERE id = 22;
 SELECT stmt, try_stmt(stmt) FROM (VALUES
     ($$UPDATE moves SET p1_label = 30 WHERE id = 23$$),
     ($$UPDATE moves SET p1_label = 10 WHERE id = 23$$),
@@ -208,19 +208,19 @@ SELECT stmt, try_stmt(stmt) FROM (VALUES
 -- hank: WRITEACROSS changes the compartments when the level stays.
 \c - regress_fm_hank
 SET enable_seqscan = off;
-UPDATE moves SET p1_label = 22 WHERE id = 31 RETURNING *;
-UPDATE moves SET p1_label = 21 WHERE id = 32 RETURNING *;
-UPDATE moves SET p1_label = 31 WHERE id = 33 RETURNING *;
+UPDATE moves SET p1_label = 22 WHERE id = 31;
+UPDATE moves SET p1_label = 21 WHERE id = 32;
+UPDATE moves SET p1_label = 31 WHERE id = 33;
 SELECT stmt, try_stmt(stmt) FROM (VALUES
     ($$UPDATE moves SET p1_label = 30 WHERE id = 32$$),
     ($$UPDATE moves SET p1_label = 35 WHERE id = 33$$)) AS v(stmt);
 
 -- ivan: FULL writes every row and gives any label, or none at all.
 \c - regress_fm_ivan
-UPDATE moves SET p1_label = 99 WHERE id = 41 RETURNING *;
-UPDATE moves SET p1_label = NULL WHERE id = 42 RETURNING *;
-UPDATE moves SET p1_label = 5 WHERE id = 43 RETURNING *;
-UPDATE moves SET p1_label = 21 WHERE id = 44 RETURNING *;
+UPDATE moves SET p1_label = 99 WHERE id = 41;
+UPDATE moves SET p1_label = NULL WHERE id = 42;
+UPDATE moves SET p1_label = 5 WHERE id = 43;
+UPDATE moves SET p1_label = 21 WHERE id = 44;
 INSERT INTO moves VALUES (45, 'ivan', 35), (46, 'ivan', NULL) RETURNING *;
 -- FULL brings no range clauses, only the write filter.
 EXPLAIN (COSTS OFF) DELETE FROM moves WHERE owner = 'ivan';
