@@ -357,6 +357,22 @@ remove_unauthorized_session_labels(List *policy_ids)
     list_free(entries);
 }
 
+/*
+ * The filters of cached plans are shaped by the privileges of the session
+ * user, who changes under SET SESSION AUTHORIZATION while the current role
+ * (all the plan cache knows of) may stay the same, as in a SECURITY
+ * DEFINER function.  Plans made for another session user are discarded.
+ */
+void
+forget_plans_of_other_session_user(Oid user_id)
+{
+    static Oid  planned_for = InvalidOid;
+
+    if (OidIsValid(planned_for) && planned_for != user_id)
+        ResetPlanCache();
+    planned_for = user_id;
+}
+
 void
 RefreshSessionLabels(void)
 {
@@ -364,6 +380,7 @@ RefreshSessionLabels(void)
     List       *policy_ids = get_all_user_accesses(user_id);
     ListCell   *lc;
 
+    forget_plans_of_other_session_user(user_id);
     remove_unauthorized_session_labels(policy_ids);
     foreach(lc, policy_ids)
         refresh_policy_session_label(lfirst_oid(lc), user_id);

@@ -405,6 +405,12 @@ MAC_Apply_Access_Rule(Query *query, RangeTblEntry *rte, int rti)
     if (filter == NULL)
         return;
 
+    /*
+     * The filter's shape depends on the session's privileges, so the query
+     * is marked as row-level security marks its queries: its cached plan is
+     * then made again when another role runs it.
+     */
+    query->hasRowSecurity = true;
     if (!is_result)
         expand_read_relation(query, rte, rti, filter);
     else if (query->setOperations != NULL)
@@ -486,6 +492,7 @@ mediate_on_conflict_update(Query *query)
                                         (Node *) returning_filter(target->relid,
                                                                   query->resultRelation));
     conflict->onConflictWhere = make_and_qual((Node *) filter, conflict->onConflictWhere);
+    query->hasRowSecurity = true;
 }
 
 void
@@ -512,18 +519,22 @@ refuse_protected_merge(Query *query)
 
 void rewrite_query(Query *query);
 
-/* Reaches the queries of sub-links and common table expressions. */
+/*
+ * Reaches the queries of sub-links and common table expressions; a filtered
+ * one marks its `parent` as filtered too.
+ */
 bool
-rewrite_nested_queries(Node *node, void *context)
+rewrite_nested_queries(Node *node, Query *parent)
 {
     if (node == NULL)
         return false;
     if (IsA(node, Query))
     {
         rewrite_query((Query *) node);
+        parent->hasRowSecurity |= ((Query *) node)->hasRowSecurity;
         return false;
     }
-    return expression_tree_walker(node, MAC_WALKER(rewrite_nested_queries), context);
+    return expression_tree_walker(node, MAC_WALKER(rewrite_nested_queries), parent);
 }
 
 void
@@ -545,7 +556,10 @@ rewrite_query(Query *query)
 
         rti++;
         if (rte->rtekind == RTE_SUBQUERY)
+        {
             rewrite_query(rte->subquery);
+            query->hasRowSecurity |= rte->subquery->hasRowSecurity;
+        }
         else if (rte->rtekind == RTE_RELATION)
             MAC_Apply_Access_Rule(query, rte, rti);
     }
@@ -558,7 +572,7 @@ rewrite_query(Query *query)
     else if (query->commandType == CMD_UPDATE)
         check_stored_labels(query, query->targetList, true);
 
-    query_tree_walker(query, MAC_WALKER(rewrite_nested_queries), NULL,
+    query_tree_walker(query, MAC_WALKER(rewrite_nested_queries), query,
                       QTW_IGNORE_RT_SUBQUERIES);
 }
 

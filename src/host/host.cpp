@@ -52,6 +52,8 @@ static PlannedStmt *
 host_planner(Query *parse, const char *query_string, int cursorOptions,
              ParamListInfo boundParams)
 {
+    PlannedStmt *result;
+
     /*
      * Foreign-key checks run their own queries, which must see every row
      * (as under row-level security), or labels would let a referenced row
@@ -61,8 +63,18 @@ host_planner(Query *parse, const char *query_string, int cursorOptions,
         parse = MAC_Rewrite_hook(parse);
 
     if (prev_planner)
-        return prev_planner(parse, query_string, cursorOptions, boundParams);
-    return standard_planner(parse, query_string, cursorOptions, boundParams);
+        result = prev_planner(parse, query_string, cursorOptions, boundParams);
+    else
+        result = standard_planner(parse, query_string, cursorOptions, boundParams);
+
+    /*
+     * A query the filter marked as under row-level security has a plan
+     * shaped for the current role: the plan cache must not hand it to
+     * another role.
+     */
+    if (parse->hasRowSecurity)
+        result->dependsOnRole = true;
+    return result;
 }
 
 /*

@@ -216,3 +216,14 @@ AS 'MODULE_PATHNAME', 'TestSessionDeleteStray' LANGUAGE C STRICT;
 -- the call ends the backend.
 CREATE FUNCTION lavrel_test.init_mac_session_memory_context()
 RETURNS void AS 'MODULE_PATHNAME', 'TestInitMacSessionMemoryContext' LANGUAGE C;
+
+-- ---------------------------------------------------------------------
+-- The label filter
+-- ---------------------------------------------------------------------
+
+-- Runs the label filter on one UPDATE or DELETE statement, analysed as
+-- usual and, with with_set_operation, given a set operation first (SQL
+-- cannot write one); returns how many security quals its result relation
+-- then carries.
+CREATE FUNCTION lavrel_test.rewrite_write_statement(statement text, with_set_operation boolean)
+RETURNS integer AS 'MODULE_PATHNAME', 'TestRewriteWriteStatement' LANGUAGE C STRICT;

@@ -3,9 +3,9 @@
  *    SQL wrappers around internal functions of lavrel that no SQL function
  *    of the product reaches directly: the identifier reader, the label
  *    record and its dominance order, the catalog lookups, the module frame,
- *    the policy administration internals and the primitives of the session
- *    tables.  The regression tests call them to check those functions one
- *    by one, also in states that SQL cannot produce.
+ *    the policy administration internals, the primitives of the session
+ *    tables and the label filter.  The regression tests call them to check
+ *    those functions one by one, also in states that SQL cannot produce.
  *
  * A label crosses the SQL boundary as a level (an integer in the range of
  * int2) and an int2[] of compartment ids, a null array being the empty
@@ -841,4 +841,36 @@ MAC_SQL_FUNCTION(TestInitMacSessionMemoryContext)
 {
     InitMacSessionMemoryContext();
     PG_RETURN_VOID();
+}
+
+/* ---------------------------------------------------------------------
+ * The label filter
+ * --------------------------------------------------------------------- */
+
+/*
+ * Analyses one UPDATE or DELETE statement, gives it a set operation when
+ * argument 2 asks for one (no UPDATE or DELETE written in SQL has any),
+ * runs the label filter on it and returns how many security quals its
+ * result relation then carries.
+ */
+MAC_SQL_FUNCTION(TestRewriteWriteStatement)
+{
+    char       *sql = text_arg(fcinfo, 0);
+    List       *stmts = pg_parse_query(sql);
+    Query      *query;
+
+    if (list_length(stmts) != 1)
+        ereport(ERROR,
+                (errcode(ERRCODE_INVALID_PARAMETER_VALUE),
+                 errmsg("exactly one statement expected")));
+    query = linitial_node(Query, pg_analyze_and_rewrite_fixedparams(linitial_node(RawStmt, stmts),
+                                                                    sql, NULL, 0, NULL));
+    if (query->commandType != CMD_UPDATE && query->commandType != CMD_DELETE)
+        ereport(ERROR,
+                (errcode(ERRCODE_INVALID_PARAMETER_VALUE),
+                 errmsg("an UPDATE or DELETE statement expected")));
+    if (PG_GETARG_BOOL(1))
+        query->setOperations = (Node *) makeNode(SetOperationStmt);
+    query = MAC_Rewrite(query);
+    PG_RETURN_INT32(list_length(rt_fetch(query->resultRelation, query->rtable)->securityQuals));
 }

@@ -1,0 +1,57 @@
+--
+-- The label-id range clauses compare with pg_catalog's int4 "<=", never
+-- with an operator found through the user's search_path.  A user who puts
+-- his own "<=" (int4, int4), which lets every row through and reports each
+-- call, ahead of pg_catalog gets the same rows and the same plan.
+--
+\i sql/include/pg15_policy.sql
+CREATE TABLE memos (id int PRIMARY KEY, body text);
+SELECT lavrel.apply_table_policy('p', 'public', 'memos');
+GRANT SELECT, UPDATE ON memos TO regress_pg15_user;
+INSERT INTO memos VALUES (1, 'low', 10), (2, 'mid', 20), (3, 'high', 30);
+CREATE INDEX ON memos (p_label);
+GRANT CREATE ON DATABASE :"DBNAME" TO regress_pg15_user;
+
+SET SESSION AUTHORIZATION regress_pg15_user;
+SELECT id, body, p_label FROM memos ORDER BY id;
+
+CREATE SCHEMA regress_pg15_ops;
+CREATE FUNCTION regress_pg15_ops.le_always(a int, b int) RETURNS boolean
+LANGUAGE plpgsql AS $$
+BEGIN
+    RAISE NOTICE 'user''s <= called with % and %', a, b;
+    RETURN true;
+END
+$$;
+CREATE OPERATOR regress_pg15_ops.<= (LEFTARG = int, RIGHTARG = int,
+                                     FUNCTION = regress_pg15_ops.le_always);
+SET search_path = regress_pg15_ops, pg_catalog, public;
+
+-- The user's own comparisons now use his operator (on the rows he may
+-- read: it is not leakproof) ...
+SELECT id FROM memos WHERE id <= 0 ORDER BY id;
+-- ... but the filter does not: the same two rows, no call of his operator,
+-- and pg_catalog's operator in the plan, qualified because the search_path
+-- would find another one.
+SELECT id, body, p_label FROM memos ORDER BY id;
+EXPLAIN (VERBOSE, COSTS OFF) SELECT id, body, p_label FROM memos ORDER BY id;
+-- Through the index on the policy column, the range clauses are index
+-- conditions: the index's own operators, which are pg_catalog's.
+SET enable_seqscan = off;
+EXPLAIN (VERBOSE, COSTS OFF) SELECT id, body, p_label FROM memos ORDER BY id;
+SELECT id, body, p_label FROM memos ORDER BY id;
+-- The write filter, reached through the primary key.
+EXPLAIN (VERBOSE, COSTS OFF) UPDATE memos SET body = 'mid!' WHERE id = 2;
+UPDATE memos SET body = 'mid!' WHERE id = 2;
+RESET enable_seqscan;
+RESET search_path;
+
+DROP SCHEMA regress_pg15_ops CASCADE;
+RESET SESSION AUTHORIZATION;
+SELECT id, body, p_label FROM memos ORDER BY id;
+REVOKE CREATE ON DATABASE :"DBNAME" FROM regress_pg15_user;
+
+\i sql/include/pg15_drop_policy.sql
+DROP TABLE memos;
+DROP ROLE regress_pg15_user;
+\i sql/include/drop_lavrel.sql
