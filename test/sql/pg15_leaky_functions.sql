@@ -15,15 +15,7 @@ GRANT SELECT, UPDATE, DELETE ON docs TO regress_pg15_user;
 INSERT INTO docs VALUES (1, 'mid one', 20), (2, 'mid two', 20), (3, 'low one', 10),
                         (4, 'high one', 30), (5, 'low two', 10), (6, 'high two', 30);
 
--- leak() reports every row it is given.  It is as cheap as a function can
--- be, so the planner would like to call it first.
-CREATE FUNCTION leak(id int, label int) RETURNS boolean
-LANGUAGE plpgsql COST 0.0000001 AS $$
-BEGIN
-    RAISE NOTICE 'leak saw row % with label %', id, label;
-    RETURN true;
-END
-$$;
+\i sql/include/leak_function.sql
 SELECT proleakproof, procost < 0.001 AS cheap FROM pg_proc WHERE oid = 'leak'::regproc;
 
 SET SESSION AUTHORIZATION regress_pg15_user;

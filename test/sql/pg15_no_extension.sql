@@ -26,13 +26,7 @@ INSERT INTO docs VALUES (1, 'low', 10), (2, 'mid', 20), (3, 'high', 30);
 CREATE TABLE src (id int, title text);
 INSERT INTO src VALUES (3, 'high, merged'), (4, 'new');
 GRANT SELECT, INSERT, UPDATE, DELETE ON docs, src TO regress_pg15_user;
-CREATE FUNCTION leak(id int, label int) RETURNS boolean
-LANGUAGE plpgsql COST 0.0000001 AS $$
-BEGIN
-    RAISE NOTICE 'leak saw row % with label %', id, label;
-    RETURN true;
-END
-$$;
+\i sql/include/leak_function.sql
 CREATE FUNCTION all_docs() RETURNS SETOF docs LANGUAGE sql STABLE AS $$ SELECT * FROM docs $$;
 
 SET SESSION AUTHORIZATION regress_pg15_user;

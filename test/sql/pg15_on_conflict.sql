@@ -10,13 +10,7 @@ SELECT lavrel.apply_table_policy('p', 'public', 'accounts');
 GRANT SELECT, INSERT, UPDATE ON accounts TO regress_pg15_user;
 INSERT INTO accounts VALUES (1, 'low', 10), (2, 'mid', 20), (3, 'high', 30);
 
-CREATE FUNCTION leak(id int, label int) RETURNS boolean
-LANGUAGE plpgsql COST 0.0000001 AS $$
-BEGIN
-    RAISE NOTICE 'leak saw row % with label %', id, label;
-    RETURN true;
-END
-$$;
+\i sql/include/leak_function.sql
 
 SET SESSION AUTHORIZATION regress_pg15_user;
 
