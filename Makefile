@@ -15,7 +15,8 @@ SRCS = src/host/host.cpp \
        src/policy_cmds.cpp \
        src/policy_session.cpp \
        src/policy_user.cpp \
-       src/rewritemac.cpp
+       src/rewritemac.cpp \
+       src/policy_utility_stmt_hooking.cpp
 OBJS = $(SRCS:.cpp=.o)
 
 # `make installcheck` runs the suites against the server named by PGHOST,

@@ -146,6 +146,18 @@ CREATE FUNCTION lavrel.remove_table_policy(policy_name text, schema_name text, t
 RETURNS void AS 'MODULE_PATHNAME', 'RemovePolicy' LANGUAGE C;
 
 -- ---------------------------------------------------------------------
+-- Labelled views, functions and procedures (administrator only)
+-- ---------------------------------------------------------------------
+
+CREATE FUNCTION lavrel.apply_object_policy(policy_name text, object_type text, schema_name text,
+                                           object_name text, label text)
+RETURNS void AS 'MODULE_PATHNAME', 'ApplyObjPolicy' LANGUAGE C;
+
+CREATE FUNCTION lavrel.drop_object_policy(policy_name text, object_type text, schema_name text,
+                                          object_name text)
+RETURNS void AS 'MODULE_PATHNAME', 'DropObjPolicy' LANGUAGE C;
+
+-- ---------------------------------------------------------------------
 -- User authorizations and privileges (administrator only)
 -- ---------------------------------------------------------------------
 

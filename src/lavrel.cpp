@@ -195,6 +195,192 @@ MacCreateExtensionProcess(const char *extname, bool starting)
 }
 
 /* ---------------------------------------------------------------------
+ * Hidden policy columns
+ * --------------------------------------------------------------------- */
+
+/*
+ * Whether a column reference (as star expansion makes them) names a policy
+ * column whose policy hides it, following join alias columns down to the
+ * table they come from.
+ */
+int
+MacHiddenPolicyColumn(ParseState *pstate, RangeTblEntry *rte, Var *var)
+{
+    if (!MAC_isenable())
+        return 0;
+    while (rte->rtekind == RTE_JOIN)
+    {
+        if (var->varattno == InvalidAttrNumber)
+            return 0;
+        Node       *alias = (Node *) list_nth(rte->joinaliasvars, var->varattno - 1);
+
+        if (!IsA(alias, Var) || ((Var *) alias)->varattno == InvalidAttrNumber)
+            return 0;
+        var = (Var *) alias;
+        rte = GetRTEByRangeTablePosn(pstate, var->varno, 0);
+    }
+    if (rte->rtekind != RTE_RELATION)
+        return 0;
+
+    char       *colname = get_attname(rte->relid, var->varattno, false);
+    int         hidden = IsPolicyColumn(rte->relid, colname) && get_policy_colhidden(colname);
+
+    pfree(colname);
+    return hidden;
+}
+
+/* ---------------------------------------------------------------------
+ * ALTER TABLE on policy columns
+ * --------------------------------------------------------------------- */
+
+/* The subcommands that change one column, named by the command. */
+static bool
+is_column_subcommand(AlterTableType subtype)
+{
+    switch (subtype)
+    {
+        case AT_ColumnDefault:
+        case AT_CookedColumnDefault:
+        case AT_DropNotNull:
+        case AT_SetNotNull:
+        case AT_DropExpression:
+        case AT_CheckNotNull:
+        case AT_SetStatistics:
+        case AT_SetOptions:
+        case AT_ResetOptions:
+        case AT_SetStorage:
+        case AT_SetCompression:
+        case AT_DropColumn:
+        case AT_DropColumnRecurse:
+        case AT_AlterColumnType:
+        case AT_AlterColumnGenericOptions:
+        case AT_AddIdentity:
+        case AT_SetIdentity:
+        case AT_DropIdentity:
+            return true;
+        default:
+            return false;
+    }
+}
+
+/* Only the administrator may change or rename a policy column. */
+static void
+check_policy_column_change(Relation rel, const char *colname)
+{
+    if (colname == NULL || GetUserId() == MacAdminRoleId)
+        return;
+    if (IsPolicyColumn(RelationGetRelid(rel), colname))
+        ereport(ERROR,
+                (errcode(ERRCODE_INSUFFICIENT_PRIVILEGE),
+                 errmsg("permission denied to alter label column")));
+}
+
+void
+MacCheckAlterTable(Relation rel, AlterTableCmd *cmd)
+{
+    if (!OidIsValid(MacPolicyEnforcementRelationId) || !is_column_subcommand(cmd->subtype))
+        return;
+    check_policy_column_change(rel, cmd->name);
+}
+
+void
+MacCheckRenameColumn(Relation rel, const char *colname)
+{
+    if (OidIsValid(MacPolicyEnforcementRelationId))
+        check_policy_column_change(rel, colname);
+}
+
+/* ---------------------------------------------------------------------
+ * Labelled views, functions and procedures
+ * --------------------------------------------------------------------- */
+
+/*
+ * The oids of every labelled object, so that the far more common
+ * unlabelled ones are answered without a catalog scan.  Rebuilt after any
+ * backend changed lavrel_obj through the module, which invalidates it.
+ */
+static HTAB *labelled_objects = NULL;
+static bool labelled_objects_valid = false;
+
+static void
+forget_labelled_objects(Datum arg, Oid relid)
+{
+    (void) arg;
+    if (relid == InvalidOid || relid == MacObjRelationId)
+        labelled_objects_valid = false;
+}
+
+static void
+load_labelled_objects(void)
+{
+    HASHCTL     ctl;
+    MacCatalogScan scan;
+    HeapTuple   tuple;
+
+    if (labelled_objects == NULL)
+        CacheRegisterRelcacheCallback(forget_labelled_objects, (Datum) 0);
+    else
+        hash_destroy(labelled_objects);
+
+    ctl.keysize = sizeof(Oid);
+    ctl.entrysize = sizeof(Oid);
+    ctl.hcxt = CacheMemoryContext;
+    labelled_objects = hash_create("lavrel labelled objects", 64, &ctl,
+                                   HASH_ELEM | HASH_BLOBS | HASH_CONTEXT);
+    labelled_objects_valid = true;
+    mac_scan_begin(&scan, MacObjRelationId, AccessShareLock, 0, NULL);
+    while ((tuple = mac_scan_next(&scan)) != NULL)
+    {
+        Oid         objoid = DatumGetObjectId(mac_scan_getattr(&scan, tuple, mac_col::obj_oid, NULL));
+
+        hash_search(labelled_objects, &objoid, HASH_ENTER, NULL);
+    }
+    mac_scan_end(&scan);
+}
+
+static bool
+object_is_labelled(Oid objoid)
+{
+    if (!labelled_objects_valid)
+        load_labelled_objects();
+    return hash_search(labelled_objects, &objoid, HASH_FIND, NULL) != NULL;
+}
+
+/*
+ * Refuses the use of a labelled view, function or procedure whose label
+ * the session may not read, under any of the policies that label it.
+ */
+void
+ObjMediation(const char *kind, Oid namespace_id, Oid objoid)
+{
+    ScanKeyData keys[2];
+    MacCatalogScan scan;
+    HeapTuple   tuple;
+
+    if (!MAC_isenable() || !IsUnderPostmaster || !object_is_labelled(objoid))
+        return;
+
+    mac_key_oid(&keys[0], mac_col::obj_namespace, namespace_id);
+    mac_key_oid(&keys[1], mac_col::obj_oid, objoid);
+    mac_scan_begin(&scan, MacObjRelationId, AccessShareLock, 2, keys);
+    while ((tuple = mac_scan_next(&scan)) != NULL)
+    {
+        bool        isnull;
+        Datum       policy = mac_scan_getattr(&scan, tuple, mac_col::obj_policy_oid, &isnull);
+        Oid         policy_id = isnull ? InvalidOid : DatumGetObjectId(policy);
+        Datum       label = mac_scan_getattr(&scan, tuple, mac_col::obj_label_id, &isnull);
+        int32       label_id = isnull ? 0 : DatumGetInt32(label);
+
+        if (LookupLabelAccessResults(policy_id, false, label_id) & MAC_MED_READ)
+            continue;
+        if (pg_strcasecmp(kind, "view") == 0)
+            elog(ERROR, "unauthorized read access for policy %s", get_policy_name(policy_id));
+        elog(ERROR, "unauthorized execute access for policy %s", get_policy_name(policy_id));
+    }
+    mac_scan_end(&scan);
+}
+
+/* ---------------------------------------------------------------------
  * Loading and unloading
  * --------------------------------------------------------------------- */
 
@@ -219,7 +405,13 @@ _PG_init(void)
     MacNeedCheckPermisition_hook = MacNeedCheckPermisition;
     MAC_Rewrite_hook = MAC_Rewrite;
     MacFunctionNotInlinable_hook = MacFunctionNotInlinable;
+    MacHiddenPolicyColumn_hook = MacHiddenPolicyColumn;
+    policy_process_utility_hook_next = ProcessUtility_hook;
+    ProcessUtility_hook = policy_process_utility_hook;
     MacCreateExtensionProcess_hook = MacCreateExtensionProcess;
+    MacCheckAlterTable_hook = MacCheckAlterTable;
+    MacCheckRenameColumn_hook = MacCheckRenameColumn;
+    ObjMediation_hook = ObjMediation;
     SyncMacSession_hook = SyncMacSession;
 }
 
@@ -235,5 +427,11 @@ _PG_fini(void)
     MacObjectIdsInited = false;
     MAC_Rewrite_hook = NULL;
     MacFunctionNotInlinable_hook = NULL;
+    MacHiddenPolicyColumn_hook = NULL;
+    ProcessUtility_hook = policy_process_utility_hook_next;
+    policy_process_utility_hook_next = NULL;
     MacCreateExtensionProcess_hook = NULL;
+    MacCheckAlterTable_hook = NULL;
+    MacCheckRenameColumn_hook = NULL;
+    ObjMediation_hook = NULL;
 }

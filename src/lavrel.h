@@ -105,6 +105,10 @@ PGDLLEXPORT void _PG_fini(void);
 PGDLLEXPORT bool MAC_isenable(void);
 PGDLLEXPORT bool MacNeedCheckPermisition(void);
 PGDLLEXPORT void MacCreateExtensionProcess(const char *extname, bool starting);
+PGDLLEXPORT int MacHiddenPolicyColumn(ParseState *pstate, RangeTblEntry *rte, Var *var);
+PGDLLEXPORT void MacCheckAlterTable(Relation rel, AlterTableCmd *cmd);
+PGDLLEXPORT void MacCheckRenameColumn(Relation rel, const char *colname);
+PGDLLEXPORT void ObjMediation(const char *kind, Oid namespace_id, Oid objoid);
 Oid LookupMacFunctionOid(Oid namespaceId, const char *name);
 
 /* ---------------------------------------------------------------------
@@ -357,6 +361,9 @@ void DropObjectByCompId(Oid relid, AttrNumber attno, Oid id, AttrNumber vec_attn
  */
 void mac_invalidate_policy_plans(Oid policy_id);
 
+/* Whether any row of a catalog table has `id` in column `attno` (any row at all when either is 0). */
+PGDLLEXPORT bool ObjectIsExistById(Oid relid, AttrNumber attno, Oid id);
+
 PGDLLEXPORT bool IsPolicyColumn(Oid relid, const char *colname);
 PGDLLEXPORT void MAC_PolicyColPermCheck(Oid relid, const char *colname);
 PGDLLEXPORT bool MAC_IsPolicyProtectedRel(Oid relid);
@@ -424,6 +431,15 @@ void mac_LabelMediationHTInsert(int32 label_id, MacLabelMediation *rec);
 void mac_SessionLabelHTDelete(MacSessionLabel *rec);
 void mac_LabelLookupInfoHTDelete(MacLabelLookupInfo *rec);
 void mac_LabelMediationHTDelete(MacLabelMediation *rec);
+
+/* ---------------------------------------------------------------------
+ * policy_utility_stmt_hooking.cpp: utility statements
+ * --------------------------------------------------------------------- */
+
+PGDLLEXPORT void policy_process_utility_hook(PlannedStmt *pstmt, const char *queryString,
+                                             bool readOnlyTree, ProcessUtilityContext context,
+                                             ParamListInfo params, QueryEnvironment *queryEnv,
+                                             DestReceiver *dest, QueryCompletion *qc);
 
 /* ---------------------------------------------------------------------
  * rewritemac.cpp: the label filter

@@ -879,6 +879,142 @@ ExtractRelPolicies(Oid relid, List **policy_ids, List **attnos, bool include_dis
 }
 
 /* ---------------------------------------------------------------------
+ * Object policies: labelled views, functions and procedures
+ * --------------------------------------------------------------------- */
+
+/* The object a labelling call names, and the words it names it with. */
+struct LabelledObject
+{
+    char       *kind;
+    char       *name;
+    Oid         namespace_id;
+    Oid         object_id;
+};
+
+static bool
+is_view_kind(const char *kind)
+{
+    return pg_strcasecmp(kind, "view") == 0;
+}
+
+/* Reads the kind, schema and object name arguments (1 to 3). */
+static void
+read_object_args(FunctionCallInfo fcinfo, LabelledObject *obj, char **schema)
+{
+    if (PG_ARGISNULL(1))
+        elog(ERROR, "obj type can not be null");
+    obj->kind = TextDatumGetCString(PG_GETARG_DATUM(1));
+    if (!is_view_kind(obj->kind) && pg_strcasecmp(obj->kind, "function") != 0 &&
+        pg_strcasecmp(obj->kind, "procedure") != 0)
+        elog(ERROR, "obj type must be view\u3001function or procedure");
+    *schema = CheckSchemaNameArg(MAC_ARG(2));
+    if (PG_ARGISNULL(3))
+        elog(ERROR, "%s can not be null", obj->kind);
+    obj->name = TextDatumGetCString(PG_GETARG_DATUM(3));
+}
+
+/*
+ * Finds the object in its schema: a view by name, a function or procedure
+ * as the first of that name in the schema, whatever its arguments.
+ */
+static void
+find_labelled_object(LabelledObject *obj, const char *schema)
+{
+    obj->namespace_id = LookupExplicitNamespace(schema, false);
+    if (!is_view_kind(obj->kind))
+    {
+        obj->object_id = LookupMacFunctionOid(obj->namespace_id, obj->name);
+        if (!OidIsValid(obj->object_id))
+            elog(ERROR, "%s : %s do not exist", obj->kind, obj->name);
+        return;
+    }
+    obj->object_id = get_relname_relid(obj->name, obj->namespace_id);
+    if (!OidIsValid(obj->object_id))
+        ereport(ERROR,
+                (errcode(ERRCODE_UNDEFINED_TABLE),
+                 errmsg("view \"%s\".\"%s\" does not exist", schema, obj->name)));
+    if (get_rel_relkind(obj->object_id) != RELKIND_VIEW)
+        ereport(ERROR,
+                (errcode(ERRCODE_UNDEFINED_TABLE),
+                 errmsg("view \"%s\" is not a view", obj->name)));
+}
+
+/* Every backend re-reads the set of labelled objects after a change. */
+static void
+labelled_objects_changed(void)
+{
+    CacheInvalidateRelcacheByRelid(MacObjRelationId);
+}
+
+MAC_SQL_FUNCTION(ApplyObjPolicy)
+{
+    LabelledObject obj;
+    char       *schema;
+
+    MacPermissionCheck(_("apply obj policy"));
+    char       *policy_name = CheckPolicyNameArg(MAC_ARG(0));
+
+    read_object_args(fcinfo, &obj, &schema);
+    char       *label = CheckLabelStrArg(MAC_ARG(4));
+
+    find_labelled_object(&obj, schema);
+    Oid         policy_id = mac_lock_policy(policy_name, AccessShareLock);
+    int32       label_id = char_to_label(policy_name, label);
+
+    Datum       values[mac_col::obj_natts] = {};
+    bool        nulls[mac_col::obj_natts] = {};
+
+    values[mac_col::obj_policy_oid - 1] = ObjectIdGetDatum(policy_id);
+    values[mac_col::obj_policy_name - 1] = name_datum(policy_name);
+    values[mac_col::obj_type - 1] = name_datum(obj.kind);
+    values[mac_col::obj_namespace - 1] = ObjectIdGetDatum(obj.namespace_id);
+    values[mac_col::obj_oid - 1] = ObjectIdGetDatum(obj.object_id);
+    values[mac_col::obj_label_id - 1] = Int32GetDatum(label_id);
+    mac_catalog_insert(MacObjRelationId, values, nulls);
+    labelled_objects_changed();
+    PG_RETURN_VOID();
+}
+
+/* Removes one label row of the object under the policy. */
+MAC_SQL_FUNCTION(DropObjPolicy)
+{
+    LabelledObject obj;
+    char       *schema;
+    ScanKeyData keys[3];
+
+    MacPermissionCheck(_("drop obj policy"));
+    char       *policy_name = CheckPolicyNameArg(MAC_ARG(0));
+
+    read_object_args(fcinfo, &obj, &schema);
+    find_labelled_object(&obj, schema);
+    Oid         policy_id = mac_lock_policy(policy_name, AccessShareLock);
+
+    mac_key_oid(&keys[0], mac_col::obj_policy_oid, policy_id);
+    mac_key_oid(&keys[1], mac_col::obj_namespace, obj.namespace_id);
+    mac_key_oid(&keys[2], mac_col::obj_oid, obj.object_id);
+    if (!delete_first_match(MacObjRelationId, 3, keys))
+        elog(ERROR, "%s : %s label do not exist", obj.kind, obj.name);
+    labelled_objects_changed();
+    PG_RETURN_VOID();
+}
+
+bool
+ObjectIsExistById(Oid relid, AttrNumber attno, Oid id)
+{
+    ScanKeyData key;
+    MacCatalogScan scan;
+    bool        keyed = attno != InvalidAttrNumber && OidIsValid(id);
+
+    if (keyed)
+        mac_key_oid(&key, attno, id);
+    mac_scan_begin(&scan, relid, RowExclusiveLock, keyed ? 1 : 0, keyed ? &key : NULL);
+    bool        found = mac_scan_next(&scan) != NULL;
+
+    mac_scan_end(&scan);
+    return found;
+}
+
+/* ---------------------------------------------------------------------
  * Catalog listings
  * --------------------------------------------------------------------- */
 

@@ -15,6 +15,13 @@
  *                                     of foreign-key checks
  *   MacFunctionNotInlinable_hook      needs_fmgr_hook: the planner does not
  *                                     inline a function the hook claims
+ *   ObjMediation_hook                 ExecutorCheckPerms_hook for every view
+ *                                     a statement uses (nested ones too),
+ *                                     needs_fmgr_hook for every function and
+ *                                     procedure looked up for a call
+ *   MacCheckAlterTable_hook           ProcessUtility_hook: each subcommand of
+ *   MacCheckRenameColumn_hook         ALTER TABLE, and RENAME COLUMN, unless
+ *                                     MacNeedCheckPermisition_hook says no
  *   MacCreateExtensionProcess_hook    ProcessUtility_hook, around CREATE
  *                                     EXTENSION and ALTER EXTENSION UPDATE
  */
@@ -26,11 +33,16 @@ MacCreateExtensionProcess_hook_type MacCreateExtensionProcess_hook = NULL;
 SyncMacSession_hook_type SyncMacSession_hook = NULL;
 MAC_Rewrite_hook_type MAC_Rewrite_hook = NULL;
 MacFunctionNotInlinable_hook_type MacFunctionNotInlinable_hook = NULL;
+MacHiddenPolicyColumn_hook_type MacHiddenPolicyColumn_hook = NULL;
+MacCheckAlterTable_hook_type MacCheckAlterTable_hook = NULL;
+MacCheckRenameColumn_hook_type MacCheckRenameColumn_hook = NULL;
+ObjMediation_hook_type ObjMediation_hook = NULL;
 }
 
 static planner_hook_type prev_planner = NULL;
 static needs_fmgr_hook_type prev_needs_fmgr = NULL;
 static ExecutorStart_hook_type prev_executor_start = NULL;
+static ExecutorCheckPerms_hook_type prev_check_perms = NULL;
 static ProcessUtility_hook_type prev_process_utility = NULL;
 
 void
@@ -77,16 +89,55 @@ host_planner(Query *parse, const char *query_string, int cursorOptions,
     return result;
 }
 
+/* Mediates the use of a function or procedure about to be called. */
+static void
+host_mediate_function(Oid funcid)
+{
+    HeapTuple   tuple = SearchSysCache1(PROCOID, ObjectIdGetDatum(funcid));
+    Form_pg_proc proc;
+
+    if (!HeapTupleIsValid(tuple))
+        return;
+    proc = (Form_pg_proc) GETSTRUCT(tuple);
+    ObjMediation_hook(proc->prokind == PROKIND_PROCEDURE ? "procedure" : "function",
+                      proc->pronamespace, funcid);
+    ReleaseSysCache(tuple);
+}
+
 /*
- * Consulted whenever a function is looked up for a call, and by the planner
- * before it inlines a SQL function: true keeps the function out of line.
+ * Consulted whenever a function is looked up for a call (executor set-up,
+ * CALL), and by the planner before it inlines a SQL function.  An error
+ * raised here stops the call or the inlining; true keeps the function out
+ * of line.
  */
 static bool
 host_needs_fmgr(Oid funcid)
 {
     if (prev_needs_fmgr && prev_needs_fmgr(funcid))
         return true;
+    if (ObjMediation_hook)
+        host_mediate_function(funcid);
     return MacFunctionNotInlinable_hook && MacFunctionNotInlinable_hook(funcid);
+}
+
+/* Mediates every view of the statement, nested views included. */
+static bool
+host_check_perms(List *rangeTable, bool ereport_on_violation)
+{
+    ListCell   *lc;
+
+    if (prev_check_perms && !prev_check_perms(rangeTable, ereport_on_violation))
+        return false;
+    if (ObjMediation_hook == NULL)
+        return true;
+    foreach(lc, rangeTable)
+    {
+        RangeTblEntry *rte = (RangeTblEntry *) lfirst(lc);
+
+        if (rte->rtekind == RTE_RELATION && rte->relkind == RELKIND_VIEW)
+            ObjMediation_hook("view", get_rel_namespace(rte->relid), rte->relid);
+    }
+    return true;
 }
 
 /* ---------------------------------------------------------------------
@@ -125,6 +176,60 @@ extension_being_installed(Node *stmt)
     return NULL;
 }
 
+/* ---------------------------------------------------------------------
+ * ALTER TABLE guard
+ * --------------------------------------------------------------------- */
+
+static bool
+host_guards_apply(void)
+{
+    return MacNeedCheckPermisition_hook == NULL || MacNeedCheckPermisition_hook();
+}
+
+/* Runs `check` on the relation an ALTER TABLE or RENAME names, if it exists. */
+template <typename Check>
+static void
+host_check_relation(RangeVar *relation, Check check)
+{
+    Oid         relid = RangeVarGetRelid(relation, NoLock, true);
+    Relation    rel;
+
+    if (!OidIsValid(relid))
+        return;
+    rel = relation_open(relid, NoLock);
+    check(rel);
+    relation_close(rel, NoLock);
+}
+
+static void
+host_check_alter_table(Node *stmt)
+{
+    if (!host_guards_apply())
+        return;
+    if (IsA(stmt, AlterTableStmt) && MacCheckAlterTable_hook &&
+        ((AlterTableStmt *) stmt)->objtype == OBJECT_TABLE)
+    {
+        List       *cmds = ((AlterTableStmt *) stmt)->cmds;
+
+        host_check_relation(((AlterTableStmt *) stmt)->relation, [cmds](Relation rel) {
+            ListCell   *lc;
+
+            foreach(lc, cmds)
+                MacCheckAlterTable_hook(rel, (AlterTableCmd *) lfirst(lc));
+        });
+    }
+    else if (IsA(stmt, RenameStmt) && MacCheckRenameColumn_hook &&
+             ((RenameStmt *) stmt)->renameType == OBJECT_COLUMN &&
+             ((RenameStmt *) stmt)->relationType == OBJECT_TABLE)
+    {
+        const char *colname = ((RenameStmt *) stmt)->subname;
+
+        host_check_relation(((RenameStmt *) stmt)->relation, [colname](Relation rel) {
+            MacCheckRenameColumn_hook(rel, colname);
+        });
+    }
+}
+
 static void
 host_call_next_utility(PlannedStmt *pstmt, const char *queryString,
                        bool readOnlyTree, ProcessUtilityContext context,
@@ -147,6 +252,7 @@ host_process_utility(PlannedStmt *pstmt, const char *queryString,
 {
     const char *extname = extension_being_installed(pstmt->utilityStmt);
 
+    host_check_alter_table(pstmt->utilityStmt);
     if (extname == NULL || MacCreateExtensionProcess_hook == NULL)
     {
         host_call_next_utility(pstmt, queryString, readOnlyTree, context,
@@ -176,6 +282,8 @@ host_install_hooks(void)
     planner_hook = host_planner;
     prev_needs_fmgr = needs_fmgr_hook;
     needs_fmgr_hook = host_needs_fmgr;
+    prev_check_perms = ExecutorCheckPerms_hook;
+    ExecutorCheckPerms_hook = host_check_perms;
     prev_executor_start = ExecutorStart_hook;
     ExecutorStart_hook = host_executor_start;
     prev_process_utility = ProcessUtility_hook;

@@ -39,11 +39,26 @@ typedef Query *(*MAC_Rewrite_hook_type)(Query *query);
 /* Whether the planner must not inline a function (its body is filtered). */
 typedef bool (*MacFunctionNotInlinable_hook_type)(Oid funcid);
 
+/* 1 when a star-expanded column reference names a hidden policy column. */
+typedef int (*MacHiddenPolicyColumn_hook_type)(ParseState *pstate, RangeTblEntry *rte,
+                                               Var *var);
+
+/* Raise an error to refuse one ALTER TABLE subcommand, or a column rename. */
+typedef void (*MacCheckAlterTable_hook_type)(Relation rel, AlterTableCmd *cmd);
+typedef void (*MacCheckRenameColumn_hook_type)(Relation rel, const char *colname);
+
+/* Raise an error to refuse the use of a view, function or procedure. */
+typedef void (*ObjMediation_hook_type)(const char *kind, Oid namespace_id, Oid objoid);
+
 extern PGDLLEXPORT MacNeedCheckPermisition_hook_type MacNeedCheckPermisition_hook;
 extern PGDLLEXPORT MacCreateExtensionProcess_hook_type MacCreateExtensionProcess_hook;
 extern PGDLLEXPORT SyncMacSession_hook_type SyncMacSession_hook;
 extern PGDLLEXPORT MAC_Rewrite_hook_type MAC_Rewrite_hook;
 extern PGDLLEXPORT MacFunctionNotInlinable_hook_type MacFunctionNotInlinable_hook;
+extern PGDLLEXPORT MacHiddenPolicyColumn_hook_type MacHiddenPolicyColumn_hook;
+extern PGDLLEXPORT MacCheckAlterTable_hook_type MacCheckAlterTable_hook;
+extern PGDLLEXPORT MacCheckRenameColumn_hook_type MacCheckRenameColumn_hook;
+extern PGDLLEXPORT ObjMediation_hook_type ObjMediation_hook;
 
 /* Connects the hooks above to PostgreSQL's own hook points; once, at load. */
 void host_install_hooks(void);
