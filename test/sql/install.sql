@@ -57,9 +57,16 @@ SELECT nextval('lavrel.lavrel_policy_oid_seq');
 \c - postgres
 DROP ROLE install_user;
 
--- Dropping the extension removes every object; the schema it was created
--- in stays, empty, as with any extension whose control file names a schema.
+-- Dropping the extension (which lavrel allows only with access control
+-- switched off) removes every object; the schema it was created in stays,
+-- empty, as with any extension whose control file names a schema.
+ALTER SYSTEM SET lavrel.enable_mac = off;
+SELECT pg_reload_conf();
+\c
 DROP EXTENSION lavrel;
 SELECT (SELECT count(*) FROM pg_class WHERE relnamespace = 'lavrel'::regnamespace) AS relations,
        (SELECT count(*) FROM pg_proc WHERE pronamespace = 'lavrel'::regnamespace) AS functions;
 DROP SCHEMA lavrel;
+ALTER SYSTEM RESET lavrel.enable_mac;
+SELECT pg_reload_conf();
+\c

@@ -36,6 +36,6 @@ SELECT id, lavrel.read_mediation(:policy, id) AS may_read
   FROM unnest(ARRAY[10, 20, 21, 30]) AS id;
 
 \c - postgres
-DROP ROLE regress_alter_user;
 SELECT lavrel.drop_policy('p');
+DROP ROLE regress_alter_user;
 \i sql/include/drop_lavrel.sql
