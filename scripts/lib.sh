@@ -25,19 +25,32 @@ lavrel_install_packages() {
 }
 
 # Build one PGXS module directory and install it unless the installed copy
-# is already identical.  The old library is unlinked rather than overwritten,
-# so servers that have it mapped keep running; a lock keeps concurrent test
-# runs from building the same tree at once.
+# is already identical.  Each file is staged beside its destination and
+# renamed into place, so a running server never sees a missing or half
+# written library; a lock keeps concurrent test runs from building the same
+# tree at once.
 lavrel_build_install_dir() {
     local dir=$1 lib=$2
     (
         flock 9
         make -s -C "$dir" >/dev/null
         if lavrel_install_differs "$dir" "$lib"; then
-            rm -f "$("$PG_BIN/pg_config" --pkglibdir)/$lib.so"
-            make -s -C "$dir" install >/dev/null
+            lavrel_install_staged "$dir"
         fi
     ) 9>/tmp/lavrel-build.lock
+}
+
+lavrel_install_staged() {
+    local dir=$1 stage f dest
+    stage=$(mktemp -d)
+    make -s -C "$dir" install DESTDIR="$stage" >/dev/null
+    (cd "$stage" && find . -type f) | while read -r f; do
+        dest=/${f#./}
+        mkdir -p "$(dirname "$dest")"
+        cp "$stage/$f" "$dest.new"
+        mv -f "$dest.new" "$dest"
+    done
+    rm -rf "$stage"
 }
 
 # Whether the built library, control file or install scripts of a module
