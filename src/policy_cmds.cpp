@@ -384,18 +384,38 @@ static const CatalogColumn policy_rows[] = {
     {&MacPolicyUserRelationId, mac_col::user_policy_oid},
 };
 
+/*
+ * Locks every table of the list that still exists, before the first of
+ * them is altered, and returns those.  A table dropped while access control
+ * was off (or with its schema) has left only its enforcement row, which
+ * goes with the policy's other rows.
+ */
+static List *
+lock_existing_tables(List *relids)
+{
+    List       *existing = NIL;
+    ListCell   *lc;
+
+    foreach(lc, relids)
+    {
+        Oid         relid = lfirst_oid(lc);
+
+        LockRelationOid(relid, AccessExclusiveLock);
+        if (SearchSysCacheExists1(RELOID, ObjectIdGetDatum(relid)))
+            existing = lappend_oid(existing, relid);
+        else
+            UnlockRelationOid(relid, AccessExclusiveLock);
+    }
+    return existing;
+}
+
 MAC_SQL_FUNCTION(DropPolicy)
 {
     MacPermissionCheck("drop policy");
     char       *name = CheckPolicyNameArg(MAC_ARG(0));
     bool        drop_column = CheckDropColumnArg(MAC_ARG(1));
     Oid         policy_id = mac_lock_policy(name, AccessExclusiveLock);
-    List       *relids = get_relids_by_policy(policy_id);
-    ListCell   *lc;
-
-    /* Every table is locked before the first of them is altered. */
-    foreach(lc, relids)
-        lock_table_exclusive(lfirst_oid(lc));
+    List       *relids = lock_existing_tables(get_relids_by_policy(policy_id));
 
     run_without_permission_checks([&] {
         ListCell   *cell;

@@ -26,8 +26,6 @@
 #include "lavrel.h"
 
 
-/* PostgreSQL 15 declares tree walkers without a prototype. */
-#define MAC_WALKER(fn) reinterpret_cast<bool (*)()>(reinterpret_cast<void (*)()>(fn))
 
 namespace {
 

@@ -24,6 +24,9 @@
  *                                     MacNeedCheckPermisition_hook says no
  *   MacCreateExtensionProcess_hook    ProcessUtility_hook, around CREATE
  *                                     EXTENSION and ALTER EXTENSION UPDATE
+ *   MacHiddenPolicyColumn_hook        post_parse_analyze_hook: star-expanded
+ *                                     columns it calls hidden are taken out
+ *                                     of the analysed query (star_columns.cpp)
  */
 #include "host/host.h"
 
@@ -162,6 +165,28 @@ host_executor_start(QueryDesc *queryDesc, int eflags)
 }
 
 /* ---------------------------------------------------------------------
+ * Parse analysis: hidden policy columns (star_columns.cpp)
+ * --------------------------------------------------------------------- */
+
+static post_parse_analyze_hook_type prev_post_parse_analyze = NULL;
+
+/*
+ * Every analysed statement.  EXPLAIN is not looked into here: it calls this
+ * hook itself with the query it explains.
+ */
+static void
+host_post_parse_analyze(ParseState *pstate, Query *query, JumbleState *jstate)
+{
+    if (prev_post_parse_analyze)
+        prev_post_parse_analyze(pstate, query, jstate);
+    if (MacHiddenPolicyColumn_hook == NULL || pstate->p_sourcetext == NULL ||
+        strchr(pstate->p_sourcetext, '*') == NULL ||
+        pstate->p_post_columnref_hook != NULL)
+        return;
+    host_hide_star_columns(query, pstate->p_sourcetext);
+}
+
+/* ---------------------------------------------------------------------
  * Utility statements
  * --------------------------------------------------------------------- */
 
@@ -206,8 +231,11 @@ host_check_alter_table(Node *stmt)
 {
     if (!host_guards_apply())
         return;
-    if (IsA(stmt, AlterTableStmt) && MacCheckAlterTable_hook &&
-        ((AlterTableStmt *) stmt)->objtype == OBJECT_TABLE)
+    /*
+     * Whatever object type the statement names: PostgreSQL renames a
+     * table's columns also through ALTER VIEW and ALTER FOREIGN TABLE.
+     */
+    if (IsA(stmt, AlterTableStmt) && MacCheckAlterTable_hook)
     {
         List       *cmds = ((AlterTableStmt *) stmt)->cmds;
 
@@ -219,8 +247,7 @@ host_check_alter_table(Node *stmt)
         });
     }
     else if (IsA(stmt, RenameStmt) && MacCheckRenameColumn_hook &&
-             ((RenameStmt *) stmt)->renameType == OBJECT_COLUMN &&
-             ((RenameStmt *) stmt)->relationType == OBJECT_TABLE)
+             ((RenameStmt *) stmt)->renameType == OBJECT_COLUMN)
     {
         const char *colname = ((RenameStmt *) stmt)->subname;
 
@@ -252,6 +279,9 @@ host_process_utility(PlannedStmt *pstmt, const char *queryString,
 {
     const char *extname = extension_being_installed(pstmt->utilityStmt);
 
+    /* CALL looks the procedure up, and mediates it, without an executor. */
+    if (IsA(pstmt->utilityStmt, CallStmt) && SyncMacSession_hook)
+        SyncMacSession_hook(false);
     host_check_alter_table(pstmt->utilityStmt);
     if (extname == NULL || MacCreateExtensionProcess_hook == NULL)
     {
@@ -288,4 +318,6 @@ host_install_hooks(void)
     ExecutorStart_hook = host_executor_start;
     prev_process_utility = ProcessUtility_hook;
     ProcessUtility_hook = host_process_utility;
+    prev_post_parse_analyze = post_parse_analyze_hook;
+    post_parse_analyze_hook = host_post_parse_analyze;
 }

@@ -60,6 +60,33 @@ extern PGDLLEXPORT MacCheckAlterTable_hook_type MacCheckAlterTable_hook;
 extern PGDLLEXPORT MacCheckRenameColumn_hook_type MacCheckRenameColumn_hook;
 extern PGDLLEXPORT ObjMediation_hook_type ObjMediation_hook;
 
+/*
+ * COPY of a table under a policy.  Stock COPY has no hook points, so the
+ * layer runs such a COPY itself (host_do_copy, host/copy.cpp) and calls
+ * these while the module has them filled.
+ */
+/* COPY FROM: a field read for column `attnum`; may point *field at other text. */
+typedef void (*MacProcessForNextCopyFrom_hook_type)(Oid relid, AttrNumber attnum, char **field);
+/* COPY FROM: a row about to be inserted, by attribute; may change its values. */
+typedef void (*MacProcessForCopyFrom_hook_type)(Oid relid, Datum *values, bool *nulls);
+/* COPY FROM and TO: the COPY's list of attribute numbers, with some deleted. */
+typedef List *(*MacProcessDeleteMacColumn_hook_type)(Oid relid, List *attnums);
+/* COPY TO: the expression (a raw parse tree) printed for column `attnum`. */
+typedef Node *(*MacProcessCheckTupleForCopyTo_hook_type)(Oid relid, AttrNumber attnum,
+                                                          Node *column);
+/* COPY FROM: may lower the number of fields read on a line to the number expected. */
+typedef void (*MacProcessIgnoreMacField_hook_type)(int16 expected, int *fields);
+
+extern PGDLLEXPORT MacProcessForNextCopyFrom_hook_type MacProcessForNextCopyFrom_hook;
+extern PGDLLEXPORT MacProcessForCopyFrom_hook_type MacProcessForCopyFrom_hook;
+extern PGDLLEXPORT MacProcessDeleteMacColumn_hook_type MacProcessDeleteMacColumn_hook;
+extern PGDLLEXPORT MacProcessCheckTupleForCopyTo_hook_type MacProcessCheckTupleForCopyTo_hook;
+extern PGDLLEXPORT MacProcessIgnoreMacField_hook_type MacProcessIgnoreMacField_hook;
+
+/* Runs a COPY of a table, as DoCopy does, calling the COPY hooks above. */
+void host_do_copy(ParseState *pstate, const CopyStmt *stmt, int stmt_location,
+                  int stmt_len, uint64 *processed);
+
 /* Connects the hooks above to PostgreSQL's own hook points; once, at load. */
 void host_install_hooks(void);
 
@@ -71,5 +98,8 @@ void host_install_hooks(void);
 void host_require_preload(void);
 
 } /* extern "C" */
+
+/* Within the layer: star_columns.cpp, called on every analysed statement. */
+void host_hide_star_columns(Query *query, const char *sourcetext);
 
 #endif /* LAVREL_HOST_H */

@@ -30,12 +30,16 @@ extern "C" {
 #include "catalog/pg_namespace.h"
 #include "catalog/pg_proc.h"
 #include "catalog/pg_type.h"
+#include "commands/copyfrom_internal.h"
+#include "commands/defrem.h"
 #include "commands/extension.h"
+#include "commands/progress.h"
 #include "commands/sequence.h"
 #include "commands/tablecmds.h"
 #include "common/hashfn.h"
 #include "executor/executor.h"
 #include "executor/functions.h"
+#include "executor/nodeModifyTable.h"
 #include "fmgr.h"
 #include "funcapi.h"
 #include "mb/pg_wchar.h"
@@ -47,6 +51,10 @@ extern "C" {
 #include "nodes/pg_list.h"
 #include "optimizer/optimizer.h"
 #include "optimizer/planner.h"
+#include "parser/analyze.h"
+#include "parser/parse_coerce.h"
+#include "parser/parse_collate.h"
+#include "parser/parse_expr.h"
 #include "parser/parse_oper.h"
 #include "parser/parse_relation.h"
 #include "parser/parsetree.h"
@@ -62,6 +70,7 @@ extern "C" {
 #include "tcop/tcopprot.h"
 #include "tcop/utility.h"
 #include "utils/acl.h"
+#include "utils/backend_progress.h"
 #include "utils/builtins.h"
 #include "utils/catcache.h"
 #include "utils/fmgroids.h"
@@ -72,10 +81,17 @@ extern "C" {
 #include "utils/memutils.h"
 #include "utils/plancache.h"
 #include "utils/rel.h"
+#include "utils/rls.h"
 #include "utils/snapmgr.h"
 #include "utils/syscache.h"
 #include "utils/tuplestore.h"
 #include "utils/varlena.h"
 }
+
+/*
+ * PostgreSQL 15 declares the walker argument of its tree walkers without a
+ * prototype; a walker with typed arguments is passed through this cast.
+ */
+#define MAC_WALKER(fn) reinterpret_cast<bool (*)()>(reinterpret_cast<void (*)()>(fn))
 
 #endif /* LAVREL_HOST_PG_H */

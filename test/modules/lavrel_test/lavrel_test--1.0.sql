@@ -141,8 +141,14 @@ AS 'MODULE_PATHNAME', 'TestMacObjectIds' LANGUAGE C;
 CREATE FUNCTION lavrel_test.create_extension_process(extname text, starting boolean)
 RETURNS boolean AS 'MODULE_PATHNAME', 'TestCreateExtensionProcess' LANGUAGE C;
 
--- Each hook before and after the module's unload entry point; the hooks are
--- put back afterwards.
+-- The same flag, only read.
+CREATE FUNCTION lavrel_test.creating_lavrel_extension()
+RETURNS boolean AS 'MODULE_PATHNAME', 'TestCreatingLavrelExtension' LANGUAGE C;
+
+-- Each hook lavrel fills, and the utility hook it saved at load, before and
+-- after the module's unload entry point: null, the lavrel function of that
+-- hook, "the utility hook saved at load" or "another function".  Every hook
+-- is put back afterwards.
 CREATE FUNCTION lavrel_test.pg_fini()
 RETURNS TABLE(hook text, before text, after text)
 AS 'MODULE_PATHNAME', 'TestPgFini' LANGUAGE C;

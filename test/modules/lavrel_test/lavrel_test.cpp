@@ -253,27 +253,81 @@ const NamedId object_ids[] = {
     {"PolicyMinLabelIdProc", &PolicyMinLabelIdProc},
 };
 
-/* What a hook points to: nothing, the given lavrel function, or another. */
-template <typename Hook>
-Datum
-hook_target(Hook hook, Hook lavrel_fn, const char *lavrel_fn_name)
+/*
+ * Hook values of every type, compared and stored as one function pointer
+ * type (a round trip through another function pointer type keeps the
+ * value).
+ */
+using AnyFunction = void (*)(void);
+
+template <typename Fn>
+AnyFunction
+any_function(Fn fn)
 {
-    if (hook == NULL)
-        return CStringGetTextDatum("null");
-    return CStringGetTextDatum(hook == lavrel_fn ? lavrel_fn_name : "another function");
+    return reinterpret_cast<AnyFunction>(fn);
 }
 
 template <typename Hook>
 void
-put_hook_row(FunctionCallInfo fcinfo, const char *hook_name, Hook before, Hook after,
-             Hook lavrel_fn, const char *lavrel_fn_name)
+set_hook(Hook *slot, AnyFunction value)
 {
-    Datum       values[3] = {CStringGetTextDatum(hook_name),
-                             hook_target(before, lavrel_fn, lavrel_fn_name),
-                             hook_target(after, lavrel_fn, lavrel_fn_name)};
-    bool        nulls[3] = {false, false, false};
+    *slot = reinterpret_cast<Hook>(value);
+}
 
-    put_row(fcinfo, values, nulls);
+/*
+ * Calls visit(hook name, address of the hook, the lavrel function that
+ * lavrel's load entry point puts there, that function's name) for every
+ * hook lavrel fills, and for the utility hook it saved at load.
+ */
+template <typename Visit>
+void
+for_each_hook(Visit visit)
+{
+    visit("MacNeedCheckPermisition_hook", &MacNeedCheckPermisition_hook,
+          &MacNeedCheckPermisition, "MacNeedCheckPermisition");
+    visit("MAC_Rewrite_hook", &MAC_Rewrite_hook, &MAC_Rewrite, "MAC_Rewrite");
+    visit("MacFunctionNotInlinable_hook", &MacFunctionNotInlinable_hook,
+          &MacFunctionNotInlinable, "MacFunctionNotInlinable");
+    visit("MacHiddenPolicyColumn_hook", &MacHiddenPolicyColumn_hook,
+          &MacHiddenPolicyColumn, "MacHiddenPolicyColumn");
+    visit("ProcessUtility_hook", &ProcessUtility_hook,
+          &policy_process_utility_hook, "policy_process_utility_hook");
+    visit("policy_process_utility_hook_next", &policy_process_utility_hook_next,
+          (ProcessUtility_hook_type) NULL, "");
+    visit("MacCreateExtensionProcess_hook", &MacCreateExtensionProcess_hook,
+          &MacCreateExtensionProcess, "MacCreateExtensionProcess");
+    visit("MacCheckAlterTable_hook", &MacCheckAlterTable_hook,
+          &MacCheckAlterTable, "MacCheckAlterTable");
+    visit("MacCheckRenameColumn_hook", &MacCheckRenameColumn_hook,
+          &MacCheckRenameColumn, "MacCheckRenameColumn");
+    visit("ObjMediation_hook", &ObjMediation_hook, &ObjMediation, "ObjMediation");
+    visit("SyncMacSession_hook", &SyncMacSession_hook, &SyncMacSession, "SyncMacSession");
+}
+
+/* One hook around a call of lavrel's unload entry point. */
+struct HookChange
+{
+    const char *hook;
+    AnyFunction lavrel_fn;
+    const char *lavrel_fn_name;
+    AnyFunction before;
+    AnyFunction after;
+};
+
+/*
+ * What a hook value is: nothing, the lavrel function of that hook, the
+ * utility hook lavrel had saved at load, or another function.
+ */
+Datum
+hook_target(AnyFunction value, const HookChange &change, AnyFunction saved_utility_hook)
+{
+    if (value == NULL)
+        return CStringGetTextDatum("null");
+    if (value == change.lavrel_fn)
+        return CStringGetTextDatum(change.lavrel_fn_name);
+    if (value == saved_utility_hook)
+        return CStringGetTextDatum("the utility hook saved at load");
+    return CStringGetTextDatum("another function");
 }
 
 } // namespace
@@ -541,34 +595,50 @@ MAC_SQL_FUNCTION(TestCreateExtensionProcess)
     PG_RETURN_BOOL(MacCreateLavrelExtension);
 }
 
+/* The module's "lavrel extension script is running" flag, left as it is. */
+MAC_SQL_FUNCTION(TestCreatingLavrelExtension)
+{
+    PG_RETURN_BOOL(MacCreateLavrelExtension);
+}
+
 /*
  * Runs the module's unload entry point and reports each hook before and
- * after it; then puts the hooks back, so that this backend goes on working.
+ * after it; then puts every hook back, so that this backend goes on
+ * working as before.
  */
 MAC_SQL_FUNCTION(TestPgFini)
 {
-    MacNeedCheckPermisition_hook_type need_check = MacNeedCheckPermisition_hook;
-    MacCreateExtensionProcess_hook_type create_extension = MacCreateExtensionProcess_hook;
-    SyncMacSession_hook_type sync_session = SyncMacSession_hook;
+    AnyFunction saved_utility_hook = any_function(policy_process_utility_hook_next);
+    int         count = 0;
+    int         n = 0;
+
+    for_each_hook([&](const char *, auto *, auto, const char *) { count++; });
+
+    HookChange *changes = (HookChange *) palloc(count * sizeof(HookChange));
+
+    for_each_hook([&](const char *hook, auto *slot, auto lavrel_fn, const char *lavrel_fn_name) {
+        changes[n++] = {hook, any_function(lavrel_fn), lavrel_fn_name, any_function(*slot), NULL};
+    });
 
     _PG_fini();
 
-    MacNeedCheckPermisition_hook_type need_check_after = MacNeedCheckPermisition_hook;
-    MacCreateExtensionProcess_hook_type create_extension_after = MacCreateExtensionProcess_hook;
-    SyncMacSession_hook_type sync_session_after = SyncMacSession_hook;
-
-    MacNeedCheckPermisition_hook = need_check;
-    MacCreateExtensionProcess_hook = create_extension;
-    SyncMacSession_hook = sync_session;
+    n = 0;
+    for_each_hook([&](const char *, auto *slot, auto, const char *) {
+        changes[n].after = any_function(*slot);
+        set_hook(slot, changes[n++].before);
+    });
 
     InitMaterializedSRF(fcinfo, 0);
-    put_hook_row(fcinfo, "MacNeedCheckPermisition_hook", need_check, need_check_after,
-                 &MacNeedCheckPermisition, "MacNeedCheckPermisition");
-    put_hook_row(fcinfo, "MacCreateExtensionProcess_hook", create_extension,
-                 create_extension_after, &MacCreateExtensionProcess,
-                 "MacCreateExtensionProcess");
-    put_hook_row(fcinfo, "SyncMacSession_hook", sync_session, sync_session_after,
-                 &SyncMacSession, "SyncMacSession");
+    for (int i = 0; i < count; i++)
+    {
+        const HookChange &change = changes[i];
+        Datum       values[3] = {CStringGetTextDatum(change.hook),
+                                 hook_target(change.before, change, saved_utility_hook),
+                                 hook_target(change.after, change, saved_utility_hook)};
+        bool        nulls[3] = {false, false, false};
+
+        put_row(fcinfo, values, nulls);
+    }
     return (Datum) 0;
 }
 
