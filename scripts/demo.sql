@@ -1,23 +1,20 @@
--- scripts/demo.sql: the worked example of the README, run by the
--- administrator (the bootstrap superuser) in a fresh database.
+-- scripts/demo.sql: the worked example of the README, loaded by the
+-- administrator (the bootstrap superuser) into a fresh database.
 \set ON_ERROR_STOP on
-\pset footer off
 SET client_min_messages = warning;
 \o /dev/null
 
 CREATE EXTENSION lavrel;
 
--- A policy: its labels live in a column "clearance" of protected tables.
+-- Policy "company": the label of each row lives in a column "clearance".
+-- A higher level dominates a lower one; a label with more compartments
+-- dominates one with fewer.
 SELECT lavrel.create_policy('company', 'clearance');
-
--- Three levels (a higher id dominates a lower one) and two compartments.
 SELECT lavrel.create_level('company', 'public', 10);
 SELECT lavrel.create_level('company', 'internal', 20);
 SELECT lavrel.create_level('company', 'secret', 30);
 SELECT lavrel.create_compartment('company', 'sales', 1);
 SELECT lavrel.create_compartment('company', 'hr', 2);
-
--- Labels: a level and a set of compartments, numbered by the administrator.
 SELECT lavrel.create_label('company', 'public', 100);
 SELECT lavrel.create_label('company', 'internal', 200);
 SELECT lavrel.create_label('company', 'internal:sales', 210);
@@ -25,44 +22,73 @@ SELECT lavrel.create_label('company', 'internal:hr', 220);
 SELECT lavrel.create_label('company', 'secret:sales', 310);
 SELECT lavrel.create_label('company', 'secret:sales,hr', 320);
 
--- A protected table: applying the policy adds the "clearance" column.
-CREATE TABLE documents (id serial, title text);
+-- Policy "payroll" hides its column "grade": SELECT * leaves it out.
+SELECT lavrel.create_policy('payroll', 'grade', hide_column => true);
+SELECT lavrel.create_level('payroll', 'staff', 10);
+SELECT lavrel.create_level('payroll', 'board', 20);
+SELECT lavrel.create_label('payroll', 'staff', 1010);
+SELECT lavrel.create_label('payroll', 'board', 1020);
+
+-- Protected tables: applying a policy adds its column.
+CREATE TABLE documents (id serial PRIMARY KEY, title text NOT NULL);
 SELECT lavrel.apply_table_policy('company', 'public', 'documents');
-GRANT SELECT, INSERT, UPDATE, DELETE ON documents TO PUBLIC;
+CREATE TABLE salaries (employee text PRIMARY KEY, amount numeric NOT NULL);
+SELECT lavrel.apply_table_policy('payroll', 'public', 'salaries');
+GRANT SELECT, INSERT, UPDATE, DELETE ON documents, salaries TO PUBLIC;
 GRANT USAGE ON SEQUENCE documents_id_seq TO PUBLIC;
 
 CREATE ROLE alice LOGIN;
 CREATE ROLE bob LOGIN;
 CREATE ROLE carol LOGIN;
+CREATE ROLE dave LOGIN;
+CREATE ROLE erin LOGIN;
 
--- A session reads rows whose label its read label dominates, and the read
--- label is the greatest lower bound of the user's default label and min
--- write label.  With only a max label given, the min write label defaults
--- to the lowest level, so the user would read public rows only.  Each user
--- here gets a default and min write label equal to the max label: they
--- read everything up to it, and write rows of exactly that label.
+-- A session reads the labels that its read label dominates: the greatest
+-- lower bound of the user's default label and min write label.  It writes
+-- the labels between its min write label and its max label.  READ lets it
+-- read every label, FULL read and write every label.
+
+-- alice, the manager: reads and writes up to secret:sales,hr.
 SELECT lavrel.set_user_labels('company', 'alice', 'secret:sales,hr',
                               min_write_label => 'secret:sales,hr',
                               def_label => 'secret:sales,hr');
+-- bob, in sales: reads up to internal:sales, writes internal:sales.
 SELECT lavrel.set_user_labels('company', 'bob', 'internal:sales',
                               min_write_label => 'internal:sales',
                               def_label => 'internal:sales');
--- carol has alice's max label but the defaults: she reads public rows only.
-SELECT lavrel.set_user_labels('company', 'carol', 'secret:sales,hr');
+-- carol, the auditor: labels public (with only a max label given, min
+-- write and default labels are the lowest level), READ reads the rest.
+SELECT lavrel.set_user_labels('company', 'carol', 'public');
+SELECT lavrel.set_user_privs('company', 'carol', 'READ');
+-- dave, the archivist: FULL, whatever his labels.
+SELECT lavrel.set_user_labels('company', 'dave', 'internal');
+SELECT lavrel.set_user_privs('company', 'dave', 'FULL');
+-- erin, who leads sales: writes internal:sales up to secret:sales, but
+-- reads only up to internal:sales, her default and min write label.
+SELECT lavrel.set_user_labels('company', 'erin', 'secret:sales',
+                              min_write_label => 'internal:sales',
+                              def_label => 'internal:sales');
 
--- The administrator is mediated too: to load rows of every label he takes
--- the FULL privilege, which lets him read and write any label.
+-- Under payroll, alice reads both grades, bob, dave and erin staff only;
+-- carol has no authorization there and so reads nothing.
+SELECT lavrel.set_user_labels('payroll', 'alice', 'board',
+                              min_write_label => 'board', def_label => 'board');
+SELECT lavrel.set_user_labels('payroll', 'bob', 'staff');
+SELECT lavrel.set_user_labels('payroll', 'dave', 'staff');
+SELECT lavrel.set_user_labels('payroll', 'erin', 'staff');
+
+-- The administrator is mediated like everyone: he loads the rows with FULL.
 SELECT lavrel.set_user_labels('company', 'postgres', 'secret:sales,hr');
 SELECT lavrel.set_user_privs('company', 'postgres', 'FULL');
+SELECT lavrel.set_user_labels('payroll', 'postgres', 'board');
+SELECT lavrel.set_user_privs('payroll', 'postgres', 'FULL');
 INSERT INTO documents (title, clearance) VALUES
     ('canteen menu', 100), ('org chart', 200), ('sales forecast', 210),
     ('salary bands', 220), ('merger plan', 310), ('layoff list', 320);
+INSERT INTO salaries (employee, amount, grade) VALUES
+    ('alice', 9500, 1020), ('bob', 4200, 1010), ('erin', 5100, 1010);
 
-\o
-\echo
-\echo == Authorizations, as the administrator sees them in lavrel.lavrel_user
-SELECT u.rolname AS "user", lavrel.privs_to_char(a.user_privs) AS privs,
-       a.max_level, a.min_write_level, a.def_level, a.row_level,
-       a.max_read_comps, a.min_write_comps
-  FROM lavrel.lavrel_user a JOIN pg_roles u ON u.oid = a.user_oid
- ORDER BY 1;
+-- erin adds a document without naming a label: it gets her default row
+-- label, the highest she may write, secret:sales, which she cannot read.
+\c - erin
+INSERT INTO documents (title) VALUES ('pipeline review');

@@ -1,16 +1,28 @@
--- scripts/demo_user.sql: what one user's session answers under policy
--- "company": which labels it may read, the range of label ids it reads, the
--- label its new rows get, and the rows of "documents" it sees.  Run as that
--- user.
-\pset footer off
-\echo
-\echo == Session of :"USER"
-SELECT p.oid AS policy FROM lavrel.policies() p WHERE p.policy_name = 'company' \gset
-SELECT lavrel.label_to_char(lavrel.generate_default_label_value(:policy)) AS "label of new rows",
-       lavrel.policy_read_min_label_id(:policy) AS "lowest readable id",
-       lavrel.policy_read_max_label_id(:policy) AS "highest readable id";
-SELECT id AS label_id, lavrel.label_to_char(id) AS label,
-       lavrel.read_mediation(:policy, id) AS may_read
-  FROM unnest(ARRAY[100, 200, 210, 220, 310, 320]) AS id;
-SELECT id, title, lavrel.label_to_char(clearance) AS label
-  FROM documents ORDER BY id;
+-- scripts/demo_user.sql: what one user's session sees in the worked
+-- example, one line per fact ("kind|item|mark", psql -At -F'|'):
+--   label|<label id of company>|r, w, rw or nothing: whether the session
+--        reads rows of that label and may write rows of it
+--   documents|<id>|x     a row that SELECT * FROM documents returns
+--   salaries|<employee>|x   a row that SELECT * FROM salaries returns
+-- Run as that user; scripts/demo_show.sql prints the lines of all users.
+\set ON_ERROR_STOP on
+SELECT oid AS company FROM lavrel.policies() WHERE policy_name = 'company' \gset
+
+-- label_insert is the check that INSERT and UPDATE make on every label
+-- they store; lavrel refuses a label with SQLSTATE 42601 (syntax_error).
+CREATE FUNCTION pg_temp.may_write(policy oid, label integer) RETURNS boolean
+LANGUAGE plpgsql AS $$
+BEGIN
+    PERFORM lavrel.label_insert(policy, label);
+    RETURN true;
+EXCEPTION WHEN syntax_error THEN
+    RETURN false;
+END
+$$;
+
+SELECT 'label', id,
+       concat(CASE WHEN lavrel.read_mediation(:company, id) THEN 'r' END,
+              CASE WHEN pg_temp.may_write(:company, id) THEN 'w' END)
+  FROM unnest('{100, 200, 210, 220, 310, 320}'::integer[]) AS id;
+SELECT 'documents', id, 'x' FROM documents;
+SELECT 'salaries', employee, 'x' FROM salaries;

@@ -86,12 +86,14 @@ lavrel_free_port() {
     done
 }
 
-# lavrel_cluster_start [preload]: initdb and start a cluster; exports
-# PGHOST (the socket directory), PGPORT and PGUSER for clients.
+# lavrel_cluster_start [preload] [dir]: initdb and start a cluster in DIR
+# (by default a new temporary directory); exports PGHOST (the socket
+# directory), PGPORT and PGUSER for clients.
 # With preload "no", lavrel is not in shared_preload_libraries.
 lavrel_cluster_start() {
     local preload=${1:-yes}
-    LAVREL_CLUSTER_DIR=$(mktemp -d /tmp/lavrel-cluster.XXXXXX)
+    LAVREL_CLUSTER_DIR=${2:-$(mktemp -d /tmp/lavrel-cluster.XXXXXX)}
+    mkdir -p "$LAVREL_CLUSTER_DIR"
     chmod 755 "$LAVREL_CLUSTER_DIR"
     chown postgres: "$LAVREL_CLUSTER_DIR"
     local data=$LAVREL_CLUSTER_DIR/data
@@ -114,11 +116,20 @@ lavrel_cluster_start() {
     export PGHOST=$LAVREL_CLUSTER_DIR PGPORT PGUSER=postgres
 }
 
-# Restarts the cluster with lavrel no longer preloaded.
-lavrel_cluster_restart_without_preload() {
-    sed -i '/^shared_preload_libraries/d' "$LAVREL_CLUSTER_DIR/data/postgresql.conf"
+# lavrel_cluster_restart [preload]: restarts the cluster with lavrel
+# preloaded ("yes", the default) or not ("no").
+lavrel_cluster_restart() {
+    local conf=$LAVREL_CLUSTER_DIR/data/postgresql.conf
+    sed -i '/^shared_preload_libraries/d' "$conf"
+    if [ "${1:-yes}" = yes ]; then
+        echo "shared_preload_libraries = 'lavrel'" >>"$conf"
+    fi
     runuser -u postgres -- "$PG_BIN/pg_ctl" -D "$LAVREL_CLUSTER_DIR/data" \
         -l "$LAVREL_CLUSTER_DIR/server.log" -m fast -w -t 60 restart >/dev/null
+}
+
+lavrel_cluster_restart_without_preload() {
+    lavrel_cluster_restart no
 }
 
 lavrel_cluster_stop() {

@@ -79,6 +79,30 @@ SELECT pg_catalog.pg_extension_config_dump('lavrel.lavrel_policy_enforcement', '
 SELECT pg_catalog.pg_extension_config_dump('lavrel.lavrel_user', '');
 SELECT pg_catalog.pg_extension_config_dump('lavrel.lavrel_obj', '');
 
+-- Names of the objects that lavrel_user, lavrel_policy_enforcement and
+-- lavrel_obj refer to by oid, as pg_identify_object_as_address gives them,
+-- written by lavrel.sync_object_names() so that a dump carries them.  A
+-- row's origin is the database that wrote it: its cluster's system
+-- identifier and the oid of its lavrel extension.
+CREATE TABLE lavrel.lavrel_object_names (
+    origin       text   NOT NULL,
+    classid      oid    NOT NULL,
+    objid        oid    NOT NULL,
+    object_type  text   NOT NULL,
+    object_names text[],            -- null for an object that no longer exists
+    object_args  text[]
+);
+
+-- The extension's own row: even a dump taken before any call of
+-- sync_object_names() tells the database it came from.
+INSERT INTO lavrel.lavrel_object_names
+SELECT s.system_identifier || '/' || e.oid, 'pg_catalog.pg_extension'::regclass, e.oid,
+       'extension', '{lavrel}', '{}'
+  FROM pg_catalog.pg_control_system() s, pg_catalog.pg_extension e
+ WHERE e.extname = 'lavrel';
+
+SELECT pg_catalog.pg_extension_config_dump('lavrel.lavrel_object_names', '');
+
 -- ---------------------------------------------------------------------
 -- Policies, levels, compartments (administrator only)
 -- ---------------------------------------------------------------------
@@ -274,6 +298,112 @@ LANGUAGE C STABLE PARALLEL RESTRICTED;
 CREATE FUNCTION lavrel.policy_read_min_label_id(policy oid)
 RETURNS integer AS 'MODULE_PATHNAME', 'GetPolicyReadMINLabelId'
 LANGUAGE C STABLE PARALLEL RESTRICTED;
+
+-- ---------------------------------------------------------------------
+-- Dump and restore (administrator only).  Oids do not survive pg_dump: a
+-- restored database gives roles, tables, views, functions and schemas new
+-- ones.  Run before pg_dump, sync_object_names() records the names of the
+-- objects that the catalogs refer to in lavrel_object_names.  Run in a
+-- database restored from that dump (its rows then come from another
+-- database), it first points the catalogs at the objects of those names,
+-- all in one statement so that oids swapped between objects stay apart.
+-- Returns the number of objects whose oid changed.
+-- ---------------------------------------------------------------------
+
+CREATE FUNCTION lavrel.sync_object_names()
+RETURNS integer LANGUAGE plpgsql SET search_path = pg_catalog AS $$
+DECLARE
+    here     text := (SELECT s.system_identifier || '/' || e.oid
+                        FROM pg_control_system() s, pg_extension e
+                       WHERE e.extname = 'lavrel');
+    mac_on   boolean := current_setting('lavrel.enable_mac')::boolean;
+    relinked bigint;
+    moved    integer := 0;
+    culprit  record;
+BEGIN
+    IF (SELECT oid FROM pg_roles WHERE rolname = current_user) <> 10 THEN
+        RAISE EXCEPTION 'permission denied to sync object names' USING ERRCODE = '42501';
+    END IF;
+
+    IF EXISTS (SELECT FROM lavrel.lavrel_object_names WHERE origin <> here) THEN
+        -- Until the catalogs point at the right objects, nothing may be
+        -- mediated with them.
+        IF mac_on THEN
+            RAISE EXCEPTION 'set lavrel.enable_mac to off before syncing a restored database'
+                USING ERRCODE = '55000';
+        END IF;
+        WITH resolved AS (
+            SELECT classid, objid AS old_oid,
+                   (pg_get_object_address(object_type, object_names, object_args)).objid AS new_oid
+              FROM lavrel.lavrel_object_names WHERE origin <> here
+        ), users AS (
+            UPDATE lavrel.lavrel_user c SET user_oid = r.new_oid FROM resolved r
+             WHERE r.classid = 'pg_authid'::regclass AND r.old_oid = c.user_oid
+            RETURNING 1
+        ), tables AS (
+            UPDATE lavrel.lavrel_policy_enforcement c SET relation_oid = r.new_oid FROM resolved r
+             WHERE r.classid = 'pg_class'::regclass AND r.old_oid = c.relation_oid
+            RETURNING 1
+        ), objects AS (
+            UPDATE lavrel.lavrel_obj c SET obj_namespace = n.new_oid, obj_oid = r.new_oid
+              FROM resolved n, resolved r
+             WHERE n.classid = 'pg_namespace'::regclass AND n.old_oid = c.obj_namespace
+               AND r.classid = CASE WHEN c.obj_type ILIKE 'view' THEN 'pg_class'::regclass
+                                    ELSE 'pg_proc'::regclass END
+               AND r.old_oid = c.obj_oid
+            RETURNING 1
+        )
+        SELECT (SELECT count(*) FROM users) + (SELECT count(*) FROM tables) +
+               (SELECT count(*) FROM objects),
+               (SELECT count(*) FROM resolved
+                 WHERE old_oid <> new_oid AND classid <> 'pg_extension'::regclass)
+          INTO relinked, moved;
+        IF relinked <> (SELECT count(*) FROM lavrel.lavrel_user) +
+                       (SELECT count(*) FROM lavrel.lavrel_policy_enforcement) +
+                       (SELECT count(*) FROM lavrel.lavrel_obj) THEN
+            RAISE EXCEPTION 'the dump holds no name for some objects that lavrel refers to'
+                USING ERRCODE = '55000',
+                      HINT = 'Run lavrel.sync_object_names() in the dumped database right before pg_dump.';
+        END IF;
+    ELSIF mac_on THEN
+        -- pg_dump reads a protected table through the administrator's labels.
+        SELECT p.policy_name INTO culprit FROM lavrel.lavrel_policy p
+         WHERE p.policy_enable
+           AND EXISTS (SELECT FROM lavrel.lavrel_policy_enforcement e
+                        WHERE e.policy_oid = p.policy_oid)
+           AND NOT EXISTS (SELECT FROM lavrel.lavrel_user u
+                            WHERE u.policy_oid = p.policy_oid AND u.user_oid = 10
+                              AND u.user_privs & 3 <> 0)
+         LIMIT 1;
+        IF FOUND THEN
+            RAISE EXCEPTION 'pg_dump would copy only the rows of policy "%" that the administrator may read',
+                            culprit.policy_name
+                USING ERRCODE = '42501',
+                      HINT = 'Give the administrator the READ privilege under that policy.';
+        END IF;
+    END IF;
+
+    DELETE FROM lavrel.lavrel_object_names;
+    INSERT INTO lavrel.lavrel_object_names
+    SELECT here, r.classid, r.objid, a.type, a.object_names, a.object_args
+      FROM (SELECT 'pg_extension'::regclass, oid FROM pg_extension WHERE extname = 'lavrel'
+            UNION SELECT 'pg_authid', user_oid FROM lavrel.lavrel_user
+            UNION SELECT 'pg_class', relation_oid FROM lavrel.lavrel_policy_enforcement
+            UNION SELECT 'pg_namespace', obj_namespace FROM lavrel.lavrel_obj
+            UNION SELECT CASE WHEN obj_type ILIKE 'view' THEN 'pg_class'::regclass
+                              ELSE 'pg_proc'::regclass END, obj_oid
+                    FROM lavrel.lavrel_obj) r(classid, objid),
+           pg_identify_object_as_address(r.classid, r.objid, 0) a;
+    SELECT object_type, objid INTO culprit
+      FROM lavrel.lavrel_object_names WHERE object_names IS NULL LIMIT 1;
+    IF FOUND THEN
+        RAISE EXCEPTION 'lavrel refers to % %, which does not exist', culprit.object_type, culprit.objid
+            USING ERRCODE = '42704',
+                  HINT = 'Delete the rows of lavrel.lavrel_user, lavrel.lavrel_policy_enforcement or lavrel.lavrel_obj that hold this oid.';
+    END IF;
+    RETURN moved;
+END
+$$;
 
 -- ---------------------------------------------------------------------
 -- Privileges.  The catalogs are written only by the module's functions

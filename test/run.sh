@@ -5,6 +5,8 @@
 #   regress     pg_regress cases (test/sql, test/expected), schedule test/schedule
 #   isolation   pg_isolation_regress specs (test/isolation), schedule test/isolation/schedule
 #   nopreload   a server restarted without lavrel in shared_preload_libraries
+#   docs        the examples of doc/*.md against test/expected (doc_examples.sh)
+#   dump_restore  pg_dump and pg_restore into a new cluster (dump_restore.sh)
 #
 # With test names as arguments (test/run.sh label_strings users), only those
 # pg_regress cases run: the quick loop while writing a test.
@@ -78,6 +80,11 @@ run_suite nopreload "$PGXS_DIR/src/test/regress/pg_regress" \
     --bindir="$PG_BIN" --inputdir=. --outputdir=results/nopreload \
     --use-existing --dbname=lavrel_nopreload nopreload
 lavrel_cluster_stop
+
+# nopreload runs outside the schedule; its output is shown in the docs too.
+run_suite docs ./doc_examples.sh nopreload
+
+run_suite dump_restore ./dump_restore.sh
 
 for d in results/regress results/isolation results/nopreload; do
     [ -s "$d/regression.diffs" ] && diffs="$diffs $LAVREL_ROOT/test/$d/regression.diffs"

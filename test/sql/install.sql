@@ -25,26 +25,26 @@ SELECT seqstart, seqmin, seqmax, seqcycle
   FROM pg_sequence WHERE seqrelid = 'lavrel.lavrel_policy_oid_seq'::regclass;
 
 -- Every catalog table and the sequence are dumped with the extension.
-SELECT unnest(extconfig)::regclass AS dumped
-  FROM pg_extension WHERE extname = 'lavrel' ORDER BY dumped::text;
+SELECT unnest(extconfig)::regclass::text AS dumped
+  FROM pg_extension WHERE extname = 'lavrel' ORDER BY 1;
 
 -- Mediation functions: policy as oid, not strict, never immutable, never in
 -- a parallel worker; the range functions are stable (usable as index bounds).
-SELECT p.oid::regprocedure AS function, p.proisstrict, p.provolatile, p.proparallel
+SELECT p.oid::regprocedure::text AS function, p.proisstrict, p.provolatile, p.proparallel
   FROM pg_proc p
  WHERE p.pronamespace = 'lavrel'::regnamespace
    AND p.proname IN ('read_mediation', 'write_mediation', 'label_insert', 'label_update',
                      'generate_default_label_value', 'policy_read_max_label_id',
                      'policy_read_min_label_id')
- ORDER BY function::text;
+ ORDER BY 1;
 
 -- Argument names and defaults of the administration functions.
-SELECT p.oid::regprocedure AS function, pg_get_function_arguments(p.oid) AS arguments
+SELECT p.oid::regprocedure::text AS function, pg_get_function_arguments(p.oid) AS arguments
   FROM pg_proc p
  WHERE p.pronamespace = 'lavrel'::regnamespace
    AND p.proname IN ('create_policy', 'drop_policy', 'remove_table_policy',
                      'set_user_labels', 'set_levels', 'set_compartments')
- ORDER BY function::text;
+ ORDER BY 1;
 
 -- Ordinary users may call the mediation functions but never touch the catalogs.
 CREATE ROLE install_user LOGIN;

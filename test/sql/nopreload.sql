@@ -1,8 +1,7 @@
 --
 -- The extension was created while lavrel was preloaded, then the server was
 -- restarted without it.  The library refuses to load anywhere else, so no
--- function of the extension runs and the extension cannot be created again:
--- protection never lapses silently.
+-- function of the extension runs and the extension cannot be created again.
 --
 SELECT lavrel.read_mediation(1, 1);
 SELECT lavrel.create_policy('p', 'c');

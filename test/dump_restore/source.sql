@@ -1,0 +1,93 @@
+-- test/dump_restore/source.sql: the database that test/dump_restore.sh
+-- dumps, loaded by the administrator.  Roles, tables and schemas are
+-- created in the reverse of the order in which a restore creates them, so
+-- that the restored objects get other oids, some of them swapped.
+\set ON_ERROR_STOP on
+SET client_min_messages = warning;
+\o /dev/null
+
+CREATE ROLE zoe LOGIN;       -- never authorized
+CREATE ROLE erin LOGIN;
+CREATE ROLE dave LOGIN;
+CREATE ROLE carol LOGIN;
+CREATE ROLE bob LOGIN;
+CREATE ROLE alice LOGIN;
+
+CREATE EXTENSION lavrel;
+
+SELECT lavrel.create_policy('company', 'clearance');
+SELECT lavrel.create_level('company', 'public', 10);
+SELECT lavrel.create_level('company', 'internal', 20);
+SELECT lavrel.create_level('company', 'secret', 30);
+SELECT lavrel.create_compartment('company', 'sales', 1);
+SELECT lavrel.create_compartment('company', 'hr', 2);
+SELECT lavrel.create_label('company', 'public', 100);
+SELECT lavrel.create_label('company', 'internal', 200);
+SELECT lavrel.create_label('company', 'internal:sales', 210);
+SELECT lavrel.create_label('company', 'internal:hr', 220);
+SELECT lavrel.create_label('company', 'secret:sales', 310);
+SELECT lavrel.create_label('company', 'secret:sales,hr', 320);
+
+SELECT lavrel.create_policy('payroll', 'grade', hide_column => true);
+SELECT lavrel.create_level('payroll', 'staff', 10);
+SELECT lavrel.create_level('payroll', 'board', 20);
+SELECT lavrel.create_label('payroll', 'staff', 1010);
+SELECT lavrel.create_label('payroll', 'board', 1020);
+
+-- A policy that protects nothing, disabled.
+SELECT lavrel.create_policy('archive', 'shelf');
+SELECT lavrel.create_level('archive', 'open', 1);
+SELECT lavrel.create_label('archive', 'open', 5000);
+SELECT lavrel.disable_policy('archive');
+
+CREATE SCHEMA hr;
+CREATE TABLE salaries (employee text PRIMARY KEY, amount numeric NOT NULL);
+CREATE TABLE notes (id integer PRIMARY KEY, body text);
+CREATE TABLE documents (id serial PRIMARY KEY, title text NOT NULL);
+CREATE TABLE plain (id integer PRIMARY KEY, body text);
+SELECT lavrel.apply_table_policy('payroll', 'public', 'salaries');
+SELECT lavrel.apply_table_policy('company', 'public', 'notes');
+SELECT lavrel.apply_table_policy('payroll', 'public', 'notes');
+SELECT lavrel.apply_table_policy('company', 'public', 'documents');
+GRANT SELECT, INSERT, UPDATE, DELETE ON salaries, notes, documents, plain TO PUBLIC;
+GRANT USAGE ON SEQUENCE documents_id_seq TO PUBLIC;
+
+-- Labelled objects: a view, and a function in another schema.
+CREATE VIEW sales_secrets AS SELECT id, title FROM documents;
+CREATE FUNCTION hr.bonus(amount numeric) RETURNS numeric LANGUAGE sql AS 'SELECT amount / 10';
+GRANT USAGE ON SCHEMA hr TO PUBLIC;
+GRANT SELECT ON sales_secrets TO PUBLIC;
+SELECT lavrel.apply_object_policy('company', 'view', 'public', 'sales_secrets', 'secret:sales');
+SELECT lavrel.apply_object_policy('payroll', 'function', 'hr', 'bonus', 'board');
+
+SELECT lavrel.set_user_labels('company', 'alice', 'secret:sales,hr',
+                              min_write_label => 'secret:sales,hr', def_label => 'secret:sales,hr');
+SELECT lavrel.set_user_labels('company', 'bob', 'internal:sales',
+                              min_write_label => 'internal:sales', def_label => 'internal:sales');
+SELECT lavrel.set_user_labels('company', 'carol', 'public');
+SELECT lavrel.set_user_privs('company', 'carol', 'READ');
+SELECT lavrel.set_user_labels('company', 'dave', 'internal');
+SELECT lavrel.set_user_privs('company', 'dave', 'FULL');
+SELECT lavrel.set_user_labels('company', 'erin', 'secret:sales',
+                              min_write_label => 'internal:sales', def_label => 'internal:sales');
+SELECT lavrel.set_user_labels('payroll', 'alice', 'board', min_write_label => 'board',
+                              def_label => 'board');
+SELECT lavrel.set_user_labels('payroll', 'bob', 'staff');
+SELECT lavrel.set_user_labels('payroll', 'erin', 'staff');
+SELECT lavrel.set_user_privs('payroll', 'erin', 'WRITEUP');
+
+SELECT lavrel.set_user_labels('company', 'postgres', 'secret:sales,hr');
+SELECT lavrel.set_user_privs('company', 'postgres', 'FULL');
+SELECT lavrel.set_user_labels('payroll', 'postgres', 'board');
+SELECT lavrel.set_user_privs('payroll', 'postgres', 'FULL');
+
+INSERT INTO documents (title, clearance) VALUES
+    ('canteen menu', 100), ('org chart', 200), ('sales forecast', 210),
+    ('salary bands', 220), ('merger plan', 310), ('layoff list', 320),
+    ('unlabelled draft', NULL);
+INSERT INTO salaries (employee, amount, grade) VALUES
+    ('alice', 9500, 1020), ('bob', 4200, 1010), ('erin', 5100, 1010);
+INSERT INTO notes (id, body, clearance, grade) VALUES
+    (1, 'public staff note', 100, 1010), (2, 'sales board note', 210, 1020),
+    (3, 'hr staff note', 220, 1010), (4, 'secret board note', 320, 1020);
+INSERT INTO plain VALUES (1, 'not protected');
