@@ -116,20 +116,11 @@ lavrel_cluster_start() {
     export PGHOST=$LAVREL_CLUSTER_DIR PGPORT PGUSER=postgres
 }
 
-# lavrel_cluster_restart [preload]: restarts the cluster with lavrel
-# preloaded ("yes", the default) or not ("no").
-lavrel_cluster_restart() {
-    local conf=$LAVREL_CLUSTER_DIR/data/postgresql.conf
-    sed -i '/^shared_preload_libraries/d' "$conf"
-    if [ "${1:-yes}" = yes ]; then
-        echo "shared_preload_libraries = 'lavrel'" >>"$conf"
-    fi
+# Restarts the cluster with lavrel no longer preloaded.
+lavrel_cluster_restart_without_preload() {
+    sed -i '/^shared_preload_libraries/d' "$LAVREL_CLUSTER_DIR/data/postgresql.conf"
     runuser -u postgres -- "$PG_BIN/pg_ctl" -D "$LAVREL_CLUSTER_DIR/data" \
         -l "$LAVREL_CLUSTER_DIR/server.log" -m fast -w -t 60 restart >/dev/null
-}
-
-lavrel_cluster_restart_without_preload() {
-    lavrel_cluster_restart no
 }
 
 lavrel_cluster_stop() {

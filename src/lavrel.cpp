@@ -96,6 +96,53 @@ clear_all(const NamedId (&ids)[N])
 } // namespace
 
 /* ---------------------------------------------------------------------
+ * Invalidation
+ *
+ * Every backend keeps what it read from the catalogs (the session state,
+ * the labelled objects, label texts, the policies of each table) and must
+ * drop it when the catalogs change.  The module's catalog writers, and any
+ * statement that writes a catalog table directly, send a relcache
+ * invalidation of that table: the writing backend processes it at its next
+ * command-counter increment (and again at abort), every other backend when
+ * it next takes in invalidations.  One callback turns those into counters
+ * that the caches compare with the values they were built at.
+ * --------------------------------------------------------------------- */
+
+extern "C" {
+uint64      mac_catalog_version = 1;    /* 0: a cache that was never built */
+}
+
+/* Bumped by every relcache invalidation, whatever the relation. */
+static uint64 relcache_generation = 1;
+
+static bool
+is_mac_catalog(Oid relid)
+{
+    for (const NamedId &entry : mac_relations)
+    {
+        if (*entry.id == relid)
+            return true;
+    }
+    return false;
+}
+
+static void
+mac_relcache_invalidated(Datum arg, Oid relid)
+{
+    (void) arg;
+    relcache_generation++;
+    if (!OidIsValid(relid) || is_mac_catalog(relid))
+        mac_catalog_version++;
+}
+
+void
+MacRelationWritten(Oid relid)
+{
+    if (is_mac_catalog(relid))
+        CacheInvalidateRelcacheByRelid(relid);
+}
+
+/* ---------------------------------------------------------------------
  * Resolving the module's object ids
  * --------------------------------------------------------------------- */
 
@@ -142,11 +189,35 @@ ResetMacObjectIds(void)
     clear_all(mac_relations);
     clear_all(mac_functions);
     MacObjectIdsInited = false;
+    /* What was read through the old ids may be gone. */
+    mac_catalog_version++;
 }
 
 /* ---------------------------------------------------------------------
  * The gate
  * --------------------------------------------------------------------- */
+
+/*
+ * Whether the extension exists in this database.  The answer is kept until
+ * the next relcache invalidation: CREATE EXTENSION lavrel creates tables,
+ * and DROP EXTENSION drops them, and either sends invalidations of them to
+ * every backend (also when the statement is rolled back).
+ */
+static bool
+lavrel_extension_exists(void)
+{
+    static uint64 checked_at = 0;
+    static bool exists = false;
+
+    if (checked_at != relcache_generation)
+    {
+        uint64      now = relcache_generation;
+
+        exists = OidIsValid(get_extension_oid("lavrel", true));
+        checked_at = now;
+    }
+    return exists;
+}
 
 bool
 MAC_isenable(void)
@@ -159,7 +230,7 @@ MAC_isenable(void)
         return false;
     if (!IsTransactionState())
         return false;
-    if (!OidIsValid(get_extension_oid("lavrel", true)))
+    if (!lavrel_extension_exists())
         return false;
     if (MacObjectIdsInited)
         return true;
@@ -195,6 +266,113 @@ MacCreateExtensionProcess(const char *extname, bool starting)
 }
 
 /* ---------------------------------------------------------------------
+ * What the catalogs say about each table
+ * --------------------------------------------------------------------- */
+
+/*
+ * Per table, the policies applied to it, and which of its columns are
+ * hidden policy columns as far as asked: every planned statement asks for
+ * the policies of each of its tables, star expansion asks about every
+ * column, and each answer takes catalog reads.  Any relcache invalidation
+ * drops it all (a policy may have been applied, a column renamed), which is
+ * rare next to the statements that ask.
+ */
+struct RelationInfo
+{
+    Oid         relid;          /* key */
+    List       *policy_ids;     /* as get_policyids_on_rel reads them */
+    Bitmapset  *asked;          /* columns answered, offset as below */
+    Bitmapset  *hidden;         /* those of them that are hidden */
+};
+
+static MemoryContext relation_info_context = NULL;
+static HTAB *relation_infos = NULL;
+static uint64 relation_infos_generation = 0;
+
+/* The table of RelationInfo, emptied after a relcache invalidation. */
+static HTAB *
+relation_info_table(void)
+{
+    HASHCTL     ctl;
+
+    if (relation_infos_generation == relcache_generation)
+        return relation_infos;
+    if (relation_info_context == NULL)
+        relation_info_context = AllocSetContextCreate(CacheMemoryContext, "lavrel relations",
+                                                      ALLOCSET_SMALL_SIZES);
+    else
+        MemoryContextReset(relation_info_context);
+    ctl.keysize = sizeof(Oid);
+    ctl.entrysize = sizeof(RelationInfo);
+    ctl.hcxt = relation_info_context;
+    relation_infos = hash_create("lavrel relations", 64, &ctl,
+                                 HASH_ELEM | HASH_BLOBS | HASH_CONTEXT);
+    relation_infos_generation = relcache_generation;
+    return relation_infos;
+}
+
+static RelationInfo *
+relation_info(Oid relid)
+{
+    HTAB       *table = relation_info_table();
+    RelationInfo *info = (RelationInfo *) hash_search(table, &relid, HASH_FIND, NULL);
+    List       *policy_ids;
+    MemoryContext caller;
+
+    if (info != NULL)
+        return info;
+    /* Read first: an error leaves no entry behind. */
+    policy_ids = get_policyids_on_rel(relid);
+    caller = MemoryContextSwitchTo(relation_info_context);
+    info = (RelationInfo *) hash_search(table, &relid, HASH_ENTER, NULL);
+    info->policy_ids = list_copy(policy_ids);
+    info->asked = info->hidden = NULL;
+    MemoryContextSwitchTo(caller);
+    return info;
+}
+
+List *
+mac_rel_policy_ids(Oid relid)
+{
+    return list_copy(relation_info(relid)->policy_ids);
+}
+
+/* Whether column attno of the table is a policy column its policy hides. */
+static bool
+read_column_hidden(Oid relid, AttrNumber attno)
+{
+    char       *colname = get_attname(relid, attno, false);
+    bool        hidden = IsPolicyColumn(relid, colname) && get_policy_colhidden(colname);
+
+    pfree(colname);
+    return hidden;
+}
+
+static bool
+column_hidden(Oid relid, AttrNumber attno)
+{
+    int         member = attno - FirstLowInvalidHeapAttributeNumber;
+    RelationInfo *info = relation_info(relid);
+    uint64      generation = relcache_generation;
+
+    if (!bms_is_member(member, info->asked))
+    {
+        bool        hidden = read_column_hidden(relid, attno);
+        MemoryContext caller;
+
+        /* Not kept when the reads took in an invalidation. */
+        if (generation != relcache_generation)
+            return hidden;
+        caller = MemoryContextSwitchTo(relation_info_context);
+        info->asked = bms_add_member(info->asked, member);
+        if (hidden)
+            info->hidden = bms_add_member(info->hidden, member);
+        MemoryContextSwitchTo(caller);
+    }
+    return bms_is_member(member, info->hidden);
+}
+
+/* ---------------------------------------------------------------------
  * Hidden policy columns
  * --------------------------------------------------------------------- */
 
@@ -221,12 +399,7 @@ MacHiddenPolicyColumn(ParseState *pstate, RangeTblEntry *rte, Var *var)
     }
     if (rte->rtekind != RTE_RELATION)
         return 0;
-
-    char       *colname = get_attname(rte->relid, var->varattno, false);
-    int         hidden = IsPolicyColumn(rte->relid, colname) && get_policy_colhidden(colname);
-
-    pfree(colname);
-    return hidden;
+    return column_hidden(rte->relid, var->varattno);
 }
 
 /* ---------------------------------------------------------------------
@@ -296,38 +469,28 @@ MacCheckRenameColumn(Relation rel, const char *colname)
 
 /*
  * The oids of every labelled object, so that the far more common
- * unlabelled ones are answered without a catalog scan.  Rebuilt after any
- * backend changed lavrel_obj through the module, which invalidates it.
+ * unlabelled ones are answered without a catalog scan.  Read again after
+ * the catalogs changed.
  */
 static HTAB *labelled_objects = NULL;
-static bool labelled_objects_valid = false;
-
-static void
-forget_labelled_objects(Datum arg, Oid relid)
-{
-    (void) arg;
-    if (relid == InvalidOid || relid == MacObjRelationId)
-        labelled_objects_valid = false;
-}
+static uint64 labelled_objects_version = 0;
 
 static void
 load_labelled_objects(void)
 {
+    uint64      version = mac_catalog_version;
     HASHCTL     ctl;
     MacCatalogScan scan;
     HeapTuple   tuple;
 
-    if (labelled_objects == NULL)
-        CacheRegisterRelcacheCallback(forget_labelled_objects, (Datum) 0);
-    else
+    if (labelled_objects != NULL)
         hash_destroy(labelled_objects);
-
+    labelled_objects_version = 0;
     ctl.keysize = sizeof(Oid);
     ctl.entrysize = sizeof(Oid);
     ctl.hcxt = CacheMemoryContext;
     labelled_objects = hash_create("lavrel labelled objects", 64, &ctl,
                                    HASH_ELEM | HASH_BLOBS | HASH_CONTEXT);
-    labelled_objects_valid = true;
     mac_scan_begin(&scan, MacObjRelationId, AccessShareLock, 0, NULL);
     while ((tuple = mac_scan_next(&scan)) != NULL)
     {
@@ -336,12 +499,13 @@ load_labelled_objects(void)
         hash_search(labelled_objects, &objoid, HASH_ENTER, NULL);
     }
     mac_scan_end(&scan);
+    labelled_objects_version = version;
 }
 
 static bool
 object_is_labelled(Oid objoid)
 {
-    if (!labelled_objects_valid)
+    if (labelled_objects_version != mac_catalog_version)
         load_labelled_objects();
     return hash_search(labelled_objects, &objoid, HASH_FIND, NULL) != NULL;
 }
@@ -400,6 +564,7 @@ _PG_init(void)
                              assign_enable_mac,
                              NULL);
     EmitWarningsOnPlaceholders("lavrel");
+    CacheRegisterRelcacheCallback(mac_relcache_invalidated, (Datum) 0);
 
     host_install_hooks();
     MacNeedCheckPermisition_hook = MacNeedCheckPermisition;
@@ -412,6 +577,7 @@ _PG_init(void)
     MacCheckAlterTable_hook = MacCheckAlterTable;
     MacCheckRenameColumn_hook = MacCheckRenameColumn;
     ObjMediation_hook = ObjMediation;
+    MacRelationWritten_hook = MacRelationWritten;
     SyncMacSession_hook = SyncMacSession;
 }
 
@@ -434,4 +600,5 @@ _PG_fini(void)
     MacCheckAlterTable_hook = NULL;
     MacCheckRenameColumn_hook = NULL;
     ObjMediation_hook = NULL;
+    MacRelationWritten_hook = NULL;
 }

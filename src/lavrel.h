@@ -109,7 +109,19 @@ PGDLLEXPORT int MacHiddenPolicyColumn(ParseState *pstate, RangeTblEntry *rte, Va
 PGDLLEXPORT void MacCheckAlterTable(Relation rel, AlterTableCmd *cmd);
 PGDLLEXPORT void MacCheckRenameColumn(Relation rel, const char *colname);
 PGDLLEXPORT void ObjMediation(const char *kind, Oid namespace_id, Oid objoid);
+PGDLLEXPORT void MacRelationWritten(Oid relid);
 Oid LookupMacFunctionOid(Oid namespaceId, const char *name);
+
+/*
+ * Changes whenever a lavrel catalog changes (in this backend at its next
+ * command-counter increment, in others once they take in invalidations)
+ * and when the catalog ids are reset.  A cache of catalog contents is
+ * current while this still has the value it was built at; it is never 0.
+ */
+extern uint64 mac_catalog_version;
+
+/* get_policyids_on_rel, remembered until the next relcache invalidation; a new list. */
+List *mac_rel_policy_ids(Oid relid);
 
 /* ---------------------------------------------------------------------
  * policy_misc.cpp: permission check and argument checks
@@ -328,8 +340,12 @@ PGDLLEXPORT bool compartment_id_exists(Oid policy_id, int16 comp_id);
 PGDLLEXPORT Oid get_label_policy_id(int32 label_id);
 PGDLLEXPORT int32 get_label_id(Oid policy_id, const MacLabel *label);
 PGDLLEXPORT MacLabel *get_label_by_id(int32 label_id);
+/* get_label_by_id that also sets *policy_id (when given) to the label's policy. */
+PGDLLEXPORT MacLabel *get_label_and_policy_by_id(int32 label_id, Oid *policy_id);
 PGDLLEXPORT bool label_id_exists(int32 label_id);
 PGDLLEXPORT List *get_policy_label_ids(Oid policy_id);
+/* Every label of the policy, read in one scan; their ids, in the same order, in *label_ids. */
+PGDLLEXPORT List *get_policy_labels(Oid policy_id, List **label_ids);
 PGDLLEXPORT List *get_policyids_on_rel(Oid relid);
 PGDLLEXPORT List *get_relids_by_policy(Oid policy_id);
 PGDLLEXPORT bool has_policy_applied_to_rel(Oid policy_id, Oid relid);

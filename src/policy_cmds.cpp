@@ -959,13 +959,6 @@ find_labelled_object(LabelledObject *obj, const char *schema)
                  errmsg("view \"%s\" is not a view", obj->name)));
 }
 
-/* Every backend re-reads the set of labelled objects after a change. */
-static void
-labelled_objects_changed(void)
-{
-    CacheInvalidateRelcacheByRelid(MacObjRelationId);
-}
-
 MAC_SQL_FUNCTION(ApplyObjPolicy)
 {
     LabelledObject obj;
@@ -991,7 +984,6 @@ MAC_SQL_FUNCTION(ApplyObjPolicy)
     values[mac_col::obj_oid - 1] = ObjectIdGetDatum(obj.object_id);
     values[mac_col::obj_label_id - 1] = Int32GetDatum(label_id);
     mac_catalog_insert(MacObjRelationId, values, nulls);
-    labelled_objects_changed();
     PG_RETURN_VOID();
 }
 
@@ -1014,7 +1006,6 @@ MAC_SQL_FUNCTION(DropObjPolicy)
     mac_key_oid(&keys[2], mac_col::obj_oid, obj.object_id);
     if (!delete_first_match(MacObjRelationId, 3, keys))
         elog(ERROR, "%s : %s label do not exist", obj.kind, obj.name);
-    labelled_objects_changed();
     PG_RETURN_VOID();
 }
 

@@ -323,9 +323,9 @@ char_to_label(const char *policy_name, char *str)
     return label_id;
 }
 
-/* The printed form of the label with this id. */
-char *
-label_to_char(int32 label_id)
+/* The printed form of the label with this id, read from the catalogs. */
+static char *
+read_label_text(int32 label_id)
 {
     MacLabel   *label = get_label_by_id(label_id);
 
@@ -337,6 +337,62 @@ label_to_char(int32 label_id)
     char       *str = MacLabelToCString(get_label_policy_id(label_id), label);
 
     free_mac_label(label);
+    return str;
+}
+
+/*
+ * The printed forms of the labels asked for since the catalogs last
+ * changed: COPY TO with "label" asks for one on every row.
+ */
+struct LabelText
+{
+    int32       label_id;       /* key */
+    char       *text;
+};
+
+static MemoryContext label_texts_context = NULL;
+static HTAB *label_texts = NULL;
+static uint64 label_texts_version = 0;
+
+/* The table of printed labels, emptied when the catalogs have changed. */
+static HTAB *
+label_text_cache(void)
+{
+    HASHCTL     ctl;
+
+    if (label_texts_version == mac_catalog_version)
+        return label_texts;
+    if (label_texts_context == NULL)
+        label_texts_context = AllocSetContextCreate(CacheMemoryContext, "lavrel label texts",
+                                                    ALLOCSET_SMALL_SIZES);
+    else
+        MemoryContextReset(label_texts_context);
+    ctl.keysize = sizeof(int32);
+    ctl.entrysize = sizeof(LabelText);
+    ctl.hcxt = label_texts_context;
+    label_texts = hash_create("lavrel label texts", 64, &ctl,
+                              HASH_ELEM | HASH_BLOBS | HASH_CONTEXT);
+    label_texts_version = mac_catalog_version;
+    return label_texts;
+}
+
+/* The printed form of the label with this id, a new string. */
+char *
+label_to_char(int32 label_id)
+{
+    HTAB       *cache = label_text_cache();
+    LabelText  *known = (LabelText *) hash_search(cache, &label_id, HASH_FIND, NULL);
+    char       *str;
+
+    if (known != NULL)
+        return pstrdup(known->text);
+    str = read_label_text(label_id);
+    /* Kept unless the reads took in a change of the catalogs. */
+    if (label_texts_version == mac_catalog_version)
+    {
+        known = (LabelText *) hash_search(cache, &label_id, HASH_ENTER, NULL);
+        known->text = MemoryContextStrdup(label_texts_context, str);
+    }
     return str;
 }
 

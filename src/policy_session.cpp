@@ -28,6 +28,13 @@ namespace {
 
 MemoryContext MacSessionContext = NULL;
 
+/*
+ * The session state stands for the catalogs as of mac_catalog_version and
+ * for one session user; 0 while it is being built or must be built again.
+ */
+uint64      session_state_version = 0;
+Oid         session_state_user = InvalidOid;
+
 /* Label changes that a privilege allows; see LookupLabelUpdateResults. */
 constexpr uint32 MAC_MED_UPD_BY_WRITEUP =
     MAC_MED_UPD_WRITEUP | MAC_MED_UPD_COMPS | MAC_MED_UPD_LEVEL_BY_PRIV | MAC_MED_UPD_LEVEL;
@@ -92,6 +99,37 @@ mac_ht_find(HTAB *ht, uint32 key)
     return entry != NULL ? entry->record : NULL;
 }
 
+/* Counts the changes of the session tables; never 0. */
+uint64      session_table_changes = 1;
+
+/*
+ * A remembered lookup: the row checks ask for the same policy row after row,
+ * and for the few labels of a table again and again.  An answer stands
+ * until a session table changes.
+ */
+struct LastFound
+{
+    uint64      changes;        /* session_table_changes then; 0: none */
+    uint32      key;
+    void       *record;
+};
+
+LastFound last_session_label;
+LastFound last_lookup_info;
+
+/* Recent mediation lookups, by the low bits of the label id. */
+constexpr uint32 RECENT_MEDIATIONS = 1024;
+static_assert((RECENT_MEDIATIONS & (RECENT_MEDIATIONS - 1)) == 0, "a power of two");
+LastFound   recent_mediations[RECENT_MEDIATIONS];
+
+void *
+mac_ht_find_again(HTAB *ht, uint32 key, LastFound *last)
+{
+    if (last->changes != session_table_changes || last->key != key)
+        *last = {session_table_changes, key, mac_ht_find(ht, key)};
+    return last->record;
+}
+
 /*
  * Links rec under key, both ways.  Returns whether the key was present; a
  * record it displaces loses its back-link so that it cannot remove the
@@ -104,6 +142,7 @@ mac_ht_enter(HTAB *ht, uint32 key, Record *rec)
     bool        found;
     MacHashEntry *entry = (MacHashEntry *) hash_search(ht, &key, HASH_ENTER, &found);
 
+    session_table_changes++;
     if (found && entry->record != rec)
         static_cast<Record *>(entry->record)->entry = NULL;
     entry->record = rec;
@@ -124,6 +163,7 @@ mac_ht_remove(HTAB *ht, Record *rec)
 
     if (rec->entry == NULL)
         return true;
+    session_table_changes++;
     key = rec->entry->key;
     removed = hash_search(ht, &key, HASH_REMOVE, NULL) != NULL;
     rec->entry = NULL;
@@ -433,20 +473,27 @@ dominates_other_candidates(const MacLabel *candidate, List *candidates)
     return true;
 }
 
-/* The id of the greatest candidate for new rows' label, 0 when none. */
+/*
+ * The id of the candidate for new rows' label that strictly dominates every
+ * other candidate, 0 when none does.  Only one can, and a pass that keeps
+ * the candidate strictly dominating all seen so far ends on it.
+ */
 int32
 choose_default_row_label(Oid policy_id, List *candidates)
 {
+    const MacLabel *greatest = NULL;
     ListCell   *lc;
 
     foreach(lc, candidates)
     {
         const MacLabel *candidate = (const MacLabel *) lfirst(lc);
 
-        if (dominates_other_candidates(candidate, candidates))
-            return get_label_id(policy_id, candidate);
+        if (greatest == NULL || strictly_dominates(candidate, greatest))
+            greatest = candidate;
     }
-    return 0;
+    if (greatest == NULL || !dominates_other_candidates(greatest, candidates))
+        return 0;
+    return get_label_id(policy_id, greatest);
 }
 
 void
@@ -497,23 +544,21 @@ BuildLabelMediation(Oid policy_id, const MacSessionLabel *s)
     MacLabelLookupInfo summary = {};
     MacLabelLookupInfo *info;
     List       *label_ids;
+    List       *labels;
     List       *candidates = NIL;
-    ListCell   *lc;
+    ListCell   *id;
+    ListCell   *label;
 
     lock_policy(policy_id);
-    label_ids = get_policy_label_ids(policy_id);
-    foreach(lc, label_ids)
+    labels = get_policy_labels(policy_id, &label_ids);
+    forboth(id, label_ids, label, labels)
     {
-        int32       label_id = lfirst_int(lc);
-        MacLabel   *label = get_label_by_id(label_id);
-
-        if (label != NULL && mediate_label(policy_id, s, label_id, label, &summary))
-            candidates = lappend(candidates, label);
-        else
-            free_mac_label(label);
+        if (mediate_label(policy_id, s, lfirst_int(id), (const MacLabel *) lfirst(label), &summary))
+            candidates = lappend(candidates, lfirst(label));
     }
     summary.default_row_label_id = choose_default_row_label(policy_id, candidates);
-    free_labels(candidates);
+    list_free(candidates);
+    free_labels(labels);
     list_free(label_ids);
 
     info = session_new<MacLabelLookupInfo>();
@@ -542,6 +587,13 @@ session_sync_applies(void)
     GetUserIdAndContext(&user_id, &security_definer);
     if (!OidIsValid(user_id))
         return false;
+    /*
+     * Take in what other backends committed, as a read of the catalogs
+     * would see it: their changes must reach the session state (and the
+     * answer about the extension) before this statement runs.
+     */
+    if (IsTransactionState())
+        AcceptInvalidationMessages();
     return MAC_isenable();
 }
 
@@ -657,6 +709,7 @@ begin_session_label_change(FunctionCallInfo fcinfo, const char *action,
 void
 end_session_label_change(SessionLabelChange *change)
 {
+    session_state_version = 0;
     SyncMacSession(false);
     free_mac_label(change->label);
     pfree(change->label_str);
@@ -808,7 +861,8 @@ show_session_table(FunctionCallInfo fcinfo, const SessionTableView &view)
 MacSessionLabel *
 mac_SessionLabelHTLookup(Oid policy_id)
 {
-    return (MacSessionLabel *) mac_ht_find(MacSessionLabelHT, policy_id);
+    return (MacSessionLabel *) mac_ht_find_again(MacSessionLabelHT, policy_id,
+                                                 &last_session_label);
 }
 
 MacLabelLookupInfo *
@@ -816,13 +870,17 @@ mac_LabelLookupInfoHTLookup(Oid policy_id)
 {
     if (MacLabelLookupInfoHT == NULL)
         elog(ERROR, "may not load lavrel module");
-    return (MacLabelLookupInfo *) mac_ht_find(MacLabelLookupInfoHT, policy_id);
+    return (MacLabelLookupInfo *) mac_ht_find_again(MacLabelLookupInfoHT, policy_id,
+                                                    &last_lookup_info);
 }
 
 MacLabelMediation *
 mac_LabelMediationHTLookup(int32 label_id)
 {
-    return (MacLabelMediation *) mac_ht_find(MacLabelMediationHT, (uint32) label_id);
+    uint32      key = (uint32) label_id;
+
+    return (MacLabelMediation *) mac_ht_find_again(MacLabelMediationHT, key,
+                                                   &recent_mediations[key & (RECENT_MEDIATIONS - 1)]);
 }
 
 void
@@ -871,10 +929,38 @@ mac_LabelMediationHTDelete(MacLabelMediation *rec)
  * Synchronisation and accessors
  * --------------------------------------------------------------------- */
 
+static bool
+session_state_current(void)
+{
+    return session_state_version == mac_catalog_version &&
+        session_state_user == GetSessionUserId();
+}
+
 /*
  * Rebuilds the session state from the catalogs.  The mediation caches are
  * emptied first, so an error half-way leaves fewer records, which only
- * denies access.
+ * denies access, and a state that is built again next time.
+ */
+static void
+rebuild_session_state(void)
+{
+    uint64      version = mac_catalog_version;
+
+    session_state_version = 0;
+    empty_session_table(MacLabelLookupInfoHT, mac_LabelLookupInfoHTDelete);
+    empty_session_table(MacLabelMediationHT, mac_LabelMediationHTDelete);
+    RefreshSessionLabels();
+    build_all_mediations();
+    session_state_version = version;
+    session_state_user = GetSessionUserId();
+}
+
+/*
+ * Brings the session state up to date with the catalogs.  It is rebuilt
+ * only when something it was built from has changed since: a catalog (any
+ * backend's change reaches this one as an invalidation), the session user,
+ * or the session's own labels (SetLabel, SetRowLabel).  A state left
+ * standing is the one a rebuild would make.
  */
 void
 SyncMacSession(bool release_snapshots)
@@ -883,12 +969,10 @@ SyncMacSession(bool release_snapshots)
         return;
 
     InitMacSessionState();
-    empty_session_table(MacLabelLookupInfoHT, mac_LabelLookupInfoHTDelete);
-    empty_session_table(MacLabelMediationHT, mac_LabelMediationHTDelete);
-    RefreshSessionLabels();
-    build_all_mediations();
+    if (!session_state_current())
+        rebuild_session_state();
 
-    /* The catalog scans above registered snapshots of their own. */
+    /* The catalog scans of a rebuild registered snapshots of their own. */
     if (release_snapshots)
         AtEOXact_Snapshot(true, false);
 }
@@ -965,6 +1049,8 @@ LookupLabelUpdateResults(Oid policy_id, bool old_isnull, int32 old_label,
                          bool new_isnull, int32 new_label)
 {
     const MacSessionLabel *s = mac_SessionLabelHTLookup(policy_id);
+    Oid         old_policy = InvalidOid;
+    Oid         new_policy = InvalidOid;
     MacLabel   *old_rec;
     MacLabel   *new_rec;
     uint32      mask;
@@ -978,10 +1064,9 @@ LookupLabelUpdateResults(Oid policy_id, bool old_isnull, int32 old_label,
     if (!mac_valid_label_id(old_label) || !mac_valid_label_id(new_label))
         return update_by_privileges(s->privs);
 
-    old_rec = get_label_by_id(old_label);
-    new_rec = get_label_by_id(new_label);
-    if (old_rec == NULL || new_rec == NULL ||
-        get_label_policy_id(old_label) != get_label_policy_id(new_label))
+    old_rec = get_label_and_policy_by_id(old_label, &old_policy);
+    new_rec = get_label_and_policy_by_id(new_label, &new_policy);
+    if (old_rec == NULL || new_rec == NULL || old_policy != new_policy)
         mask = update_by_privileges(s->privs);
     else
         mask = label_change_mask(s, old_rec, new_rec);

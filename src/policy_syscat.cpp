@@ -7,7 +7,8 @@
  * sequential scan with equality scan keys under the latest snapshot, so it
  * sees everything committed so far and the caller's own earlier changes once
  * a command-counter increment has made them visible.  Nothing is cached
- * here: the session caches sit above these functions.
+ * here: the caches sit above these functions, and every writer below tells
+ * them of its change with a relcache invalidation of the catalog table.
  *
  * A lookup that needs a row raises its error with the scan still open; the
  * transaction abort releases the scan, the snapshot and the lock.
@@ -93,6 +94,7 @@ mac_catalog_insert(Oid relid, Datum *values, bool *nulls)
     HeapTuple   tuple = heap_form_tuple(RelationGetDescr(rel), values, nulls);
 
     CatalogTupleInsert(rel, tuple);
+    CacheInvalidateRelcache(rel);
     heap_freetuple(tuple);
     table_close(rel, RowExclusiveLock);
     CommandCounterIncrement();
@@ -106,6 +108,7 @@ mac_catalog_update(MacCatalogScan *s, HeapTuple tuple, Datum *values,
                                              values, nulls, replace);
 
     CatalogTupleUpdate(s->rel, &tuple->t_self, newtuple);
+    CacheInvalidateRelcache(s->rel);
     heap_freetuple(newtuple);
 }
 
@@ -113,6 +116,7 @@ void
 mac_catalog_delete(MacCatalogScan *s, HeapTuple tuple)
 {
     CatalogTupleDelete(s->rel, &tuple->t_self);
+    CacheInvalidateRelcache(s->rel);
 }
 
 /* ---------------------------------------------------------------------
@@ -475,8 +479,28 @@ get_label_id(Oid policy_id, const MacLabel *label)
     return label_id;
 }
 
+/* The label a row of lavrel_label holds. */
+static MacLabel *
+mac_label_from_row(MacCatalogScan *s, HeapTuple t)
+{
+    bool        isnull;
+    MacLabel   *label = make_mac_label(0, nullptr);
+    Datum       comps;
+
+    label->level = DatumGetInt16(mac_scan_getattr(s, t, mac_col::label_level_id, nullptr));
+    comps = mac_scan_getattr(s, t, mac_col::label_compartments, &isnull);
+    if (isnull)
+        return label;
+
+    const int2vector *vec = (const int2vector *) DatumGetPointer(comps);
+
+    for (int i = 0; i < vec->dim1; i++)
+        label->compartments = bms_add_member(label->compartments, vec->values[i]);
+    return label;
+}
+
 MacLabel *
-get_label_by_id(int32 label_id)
+get_label_and_policy_by_id(int32 label_id, Oid *policy_id)
 {
     ScanKeyData key;
     MacLabel   *label = nullptr;
@@ -484,19 +508,17 @@ get_label_by_id(int32 label_id)
     mac_key_oid(&key, mac_col::label_id, (Oid) label_id);
     mac_lookup_first(MacLabelRelationId, 1, &key,
                      [&](MacCatalogScan *s, HeapTuple t) {
-                         bool isnull;
-                         Datum comps;
-
-                         label = make_mac_label(0, nullptr);
-                         label->level = DatumGetInt16(mac_scan_getattr(s, t, mac_col::label_level_id, nullptr));
-                         comps = mac_scan_getattr(s, t, mac_col::label_compartments, &isnull);
-                         if (isnull)
-                             return;
-                         const int2vector *vec = (const int2vector *) DatumGetPointer(comps);
-                         for (int i = 0; i < vec->dim1; i++)
-                             label->compartments = bms_add_member(label->compartments, vec->values[i]);
+                         label = mac_label_from_row(s, t);
+                         if (policy_id)
+                             *policy_id = DatumGetObjectId(mac_scan_getattr(s, t, mac_col::label_policy_oid, nullptr));
                      });
     return label;
+}
+
+MacLabel *
+get_label_by_id(int32 label_id)
+{
+    return get_label_and_policy_by_id(label_id, nullptr);
 }
 
 bool
@@ -520,6 +542,22 @@ get_policy_label_ids(Oid policy_id)
                        ids = lappend_int(ids, DatumGetInt32(mac_scan_getattr(s, t, mac_col::label_id, nullptr)));
                    });
     return ids;
+}
+
+List *
+get_policy_labels(Oid policy_id, List **label_ids)
+{
+    ScanKeyData key;
+    List       *labels = NIL;
+
+    *label_ids = NIL;
+    mac_key_int4(&key, mac_col::label_policy_oid, (int32) policy_id);
+    mac_lookup_all(MacLabelRelationId, 1, &key,
+                   [&](MacCatalogScan *s, HeapTuple t) {
+                       *label_ids = lappend_int(*label_ids, DatumGetInt32(mac_scan_getattr(s, t, mac_col::label_id, nullptr)));
+                       labels = lappend(labels, mac_label_from_row(s, t));
+                   });
+    return labels;
 }
 
 /* ---------------------------------------------------------------------

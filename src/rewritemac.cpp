@@ -103,7 +103,7 @@ List *
 enabled_policies(Oid relid)
 {
     List       *enabled = NIL;
-    List       *policies = get_policyids_on_rel(relid);
+    List       *policies = mac_rel_policy_ids(relid);
     ListCell   *lc;
 
     foreach(lc, policies)
@@ -437,7 +437,7 @@ void
 check_stored_labels(Query *query, List *tlist, bool update)
 {
     RangeTblEntry *target = rt_fetch(query->resultRelation, query->rtable);
-    List       *policies = get_policyids_on_rel(target->relid);
+    List       *policies = mac_rel_policy_ids(target->relid);
     ListCell   *lc;
 
     if (policies == NIL)
@@ -570,8 +570,10 @@ rewrite_query(Query *query)
     else if (query->commandType == CMD_UPDATE)
         check_stored_labels(query, query->targetList, true);
 
-    query_tree_walker(query, MAC_WALKER(rewrite_nested_queries), query,
-                      QTW_IGNORE_RT_SUBQUERIES);
+    /* Queries nested in expressions sit in sub-links, which the query flags. */
+    if (query->hasSubLinks || query->cteList != NIL)
+        query_tree_walker(query, MAC_WALKER(rewrite_nested_queries), query,
+                          QTW_IGNORE_RT_SUBQUERIES);
 }
 
 /* ---------------------------------------------------------------------
@@ -590,7 +592,7 @@ reads_protected_table(Node *node, void *context)
     {
         RangeTblEntry *rte = (RangeTblEntry *) node;
 
-        return rte->rtekind == RTE_RELATION && get_policyids_on_rel(rte->relid) != NIL;
+        return rte->rtekind == RTE_RELATION && mac_rel_policy_ids(rte->relid) != NIL;
     }
     return expression_tree_walker(node, MAC_WALKER(reads_protected_table), context);
 }

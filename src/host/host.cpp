@@ -19,6 +19,9 @@
  *                                     a statement uses (nested ones too),
  *                                     needs_fmgr_hook for every function and
  *                                     procedure looked up for a call
+ *   MacRelationWritten_hook           ExecutorCheckPerms_hook for every table
+ *                                     a statement may write (INSERT, UPDATE,
+ *                                     DELETE, MERGE, COPY FROM)
  *   MacCheckAlterTable_hook           ProcessUtility_hook: each subcommand of
  *   MacCheckRenameColumn_hook         ALTER TABLE, and RENAME COLUMN, unless
  *                                     MacNeedCheckPermisition_hook says no
@@ -40,6 +43,7 @@ MacHiddenPolicyColumn_hook_type MacHiddenPolicyColumn_hook = NULL;
 MacCheckAlterTable_hook_type MacCheckAlterTable_hook = NULL;
 MacCheckRenameColumn_hook_type MacCheckRenameColumn_hook = NULL;
 ObjMediation_hook_type ObjMediation_hook = NULL;
+MacRelationWritten_hook_type MacRelationWritten_hook = NULL;
 }
 
 static planner_hook_type prev_planner = NULL;
@@ -123,22 +127,29 @@ host_needs_fmgr(Oid funcid)
     return MacFunctionNotInlinable_hook && MacFunctionNotInlinable_hook(funcid);
 }
 
-/* Mediates every view of the statement, nested views included. */
+/*
+ * Mediates every view of the statement, nested views included, and tells
+ * of every table it may write.  PostgreSQL checks the permissions of every
+ * execution here, cached plans and COPY FROM included.
+ */
 static bool
 host_check_perms(List *rangeTable, bool ereport_on_violation)
 {
+    constexpr AclMode writes = ACL_INSERT | ACL_UPDATE | ACL_DELETE;
     ListCell   *lc;
 
     if (prev_check_perms && !prev_check_perms(rangeTable, ereport_on_violation))
         return false;
-    if (ObjMediation_hook == NULL)
-        return true;
     foreach(lc, rangeTable)
     {
         RangeTblEntry *rte = (RangeTblEntry *) lfirst(lc);
 
-        if (rte->rtekind == RTE_RELATION && rte->relkind == RELKIND_VIEW)
+        if (rte->rtekind != RTE_RELATION)
+            continue;
+        if (rte->relkind == RELKIND_VIEW && ObjMediation_hook)
             ObjMediation_hook("view", get_rel_namespace(rte->relid), rte->relid);
+        else if ((rte->requiredPerms & writes) && MacRelationWritten_hook)
+            MacRelationWritten_hook(rte->relid);
     }
     return true;
 }

@@ -50,6 +50,9 @@ typedef void (*MacCheckRenameColumn_hook_type)(Relation rel, const char *colname
 /* Raise an error to refuse the use of a view, function or procedure. */
 typedef void (*ObjMediation_hook_type)(const char *kind, Oid namespace_id, Oid objoid);
 
+/* Told of each table a statement is about to write (DML, COPY FROM). */
+typedef void (*MacRelationWritten_hook_type)(Oid relid);
+
 extern PGDLLEXPORT MacNeedCheckPermisition_hook_type MacNeedCheckPermisition_hook;
 extern PGDLLEXPORT MacCreateExtensionProcess_hook_type MacCreateExtensionProcess_hook;
 extern PGDLLEXPORT SyncMacSession_hook_type SyncMacSession_hook;
@@ -59,6 +62,7 @@ extern PGDLLEXPORT MacHiddenPolicyColumn_hook_type MacHiddenPolicyColumn_hook;
 extern PGDLLEXPORT MacCheckAlterTable_hook_type MacCheckAlterTable_hook;
 extern PGDLLEXPORT MacCheckRenameColumn_hook_type MacCheckRenameColumn_hook;
 extern PGDLLEXPORT ObjMediation_hook_type ObjMediation_hook;
+extern PGDLLEXPORT MacRelationWritten_hook_type MacRelationWritten_hook;
 
 /*
  * COPY of a table under a policy.  Stock COPY has no hook points, so the
