@@ -281,13 +281,15 @@ struct RelationInfo
 {
     Oid         relid;          /* key */
     List       *policy_ids;     /* as get_policyids_on_rel reads them */
-    Bitmapset  *asked;          /* columns answered, offset as below */
+    Bitmapset  *asked;          /* columns answered, less FirstLowInvalidHeapAttributeNumber */
     Bitmapset  *hidden;         /* those of them that are hidden */
 };
 
 static MemoryContext relation_info_context = NULL;
 static HTAB *relation_infos = NULL;
 static uint64 relation_infos_generation = 0;
+/* The entry asked for last: star expansion asks about one table column after column. */
+static RelationInfo *last_relation_info = NULL;
 
 /* The table of RelationInfo, emptied after a relcache invalidation. */
 static HTAB *
@@ -297,6 +299,7 @@ relation_info_table(void)
 
     if (relation_infos_generation == relcache_generation)
         return relation_infos;
+    last_relation_info = NULL;
     if (relation_info_context == NULL)
         relation_info_context = AllocSetContextCreate(CacheMemoryContext, "lavrel relations",
                                                       ALLOCSET_SMALL_SIZES);
@@ -311,16 +314,20 @@ relation_info_table(void)
     return relation_infos;
 }
 
+/* The table's entry. */
 static RelationInfo *
 relation_info(Oid relid)
 {
     HTAB       *table = relation_info_table();
-    RelationInfo *info = (RelationInfo *) hash_search(table, &relid, HASH_FIND, NULL);
+    RelationInfo *info;
     List       *policy_ids;
     MemoryContext caller;
 
+    if (last_relation_info != NULL && last_relation_info->relid == relid)
+        return last_relation_info;
+    info = (RelationInfo *) hash_search(table, &relid, HASH_FIND, NULL);
     if (info != NULL)
-        return info;
+        return last_relation_info = info;
     /* Read first: an error leaves no entry behind. */
     policy_ids = get_policyids_on_rel(relid);
     caller = MemoryContextSwitchTo(relation_info_context);
@@ -328,7 +335,7 @@ relation_info(Oid relid)
     info->policy_ids = list_copy(policy_ids);
     info->asked = info->hidden = NULL;
     MemoryContextSwitchTo(caller);
-    return info;
+    return last_relation_info = info;
 }
 
 List *

@@ -303,6 +303,136 @@ MacLabelToCString(Oid policy_id, const MacLabel *label)
     return buf.data;
 }
 
+/* ---------------------------------------------------------------------
+ * Label caches
+ *
+ * COPY converts one label per row: TO prints label ids, FROM reads label
+ * strings.  Both directions are answered from caches of what the catalogs
+ * hold, emptied whenever the catalogs have changed.
+ * --------------------------------------------------------------------- */
+
+/* A label of a policy by value; its compartments live in the cache. */
+struct LabelValueKey
+{
+    Oid         policy_id;
+    int16       level;
+    const Bitmapset *compartments;
+};
+
+struct LabelIdEntry
+{
+    LabelValueKey key;
+    int32       label_id;
+};
+
+struct LabelTextEntry
+{
+    int32       label_id;       /* key */
+    char       *text;
+};
+
+static MemoryContext label_cache_context = NULL;
+static uint64 label_cache_version = 0;
+static HTAB *label_texts = NULL;        /* label id -> printed label */
+static HTAB *label_ids = NULL;          /* LabelValueKey -> label id */
+static List *label_ids_policies = NIL;  /* policies whose labels label_ids holds */
+
+static uint32
+label_value_hash(const void *key, Size keysize)
+{
+    const LabelValueKey *k = (const LabelValueKey *) key;
+
+    (void) keysize;
+    return hash_combine(hash_combine(murmurhash32(k->policy_id), murmurhash32((uint32) k->level)),
+                        bms_hash_value(k->compartments));
+}
+
+static int
+label_value_match(const void *key1, const void *key2, Size keysize)
+{
+    const LabelValueKey *a = (const LabelValueKey *) key1;
+    const LabelValueKey *b = (const LabelValueKey *) key2;
+
+    (void) keysize;
+    return (a->policy_id == b->policy_id && a->level == b->level &&
+            bms_equal(a->compartments, b->compartments)) ? 0 : 1;
+}
+
+/* Empties the caches when the catalogs have changed since they were filled. */
+static void
+refresh_label_caches(void)
+{
+    HASHCTL     ctl;
+
+    if (label_cache_version == mac_catalog_version)
+        return;
+    if (label_cache_context == NULL)
+        label_cache_context = AllocSetContextCreate(CacheMemoryContext, "lavrel labels",
+                                                    ALLOCSET_SMALL_SIZES);
+    else
+        MemoryContextReset(label_cache_context);
+    ctl.hcxt = label_cache_context;
+    ctl.keysize = sizeof(int32);
+    ctl.entrysize = sizeof(LabelTextEntry);
+    label_texts = hash_create("lavrel label texts", 64, &ctl,
+                              HASH_ELEM | HASH_BLOBS | HASH_CONTEXT);
+    ctl.keysize = sizeof(LabelValueKey);
+    ctl.entrysize = sizeof(LabelIdEntry);
+    ctl.hash = label_value_hash;
+    ctl.match = label_value_match;
+    label_ids = hash_create("lavrel label ids", 64, &ctl,
+                            HASH_ELEM | HASH_FUNCTION | HASH_COMPARE | HASH_CONTEXT);
+    label_ids_policies = NIL;
+    label_cache_version = mac_catalog_version;
+}
+
+/*
+ * Enters every label of the policy into label_ids, the first of equal ones
+ * as get_label_id finds it.  False, and nothing entered, when the read took
+ * in a change of the catalogs.
+ */
+static bool
+load_label_ids(Oid policy_id)
+{
+    uint64      version = label_cache_version;
+    List       *ids;
+    List       *labels = get_policy_labels(policy_id, &ids);
+    ListCell   *id;
+    ListCell   *label;
+    MemoryContext caller;
+
+    if (mac_catalog_version != version)
+        return false;
+    caller = MemoryContextSwitchTo(label_cache_context);
+    forboth(id, ids, label, labels)
+    {
+        const MacLabel *l = (const MacLabel *) lfirst(label);
+        LabelValueKey key = {policy_id, l->level, bms_copy(l->compartments)};
+        bool        found;
+        LabelIdEntry *entry = (LabelIdEntry *) hash_search(label_ids, &key, HASH_ENTER, &found);
+
+        if (!found)
+            entry->label_id = lfirst_int(id);
+    }
+    label_ids_policies = lappend_oid(label_ids_policies, policy_id);
+    MemoryContextSwitchTo(caller);
+    return true;
+}
+
+/* get_label_id(policy_id, label), from the cache. */
+static int32
+cached_label_id(Oid policy_id, const MacLabel *label)
+{
+    LabelValueKey key = {policy_id, label->level, label->compartments};
+    LabelIdEntry *entry;
+
+    refresh_label_caches();
+    if (!list_member_oid(label_ids_policies, policy_id) && !load_label_ids(policy_id))
+        return get_label_id(policy_id, label);
+    entry = (LabelIdEntry *) hash_search(label_ids, &key, HASH_FIND, NULL);
+    return entry != NULL ? entry->label_id : 0;
+}
+
 /*
  * The id of the label that `str` names in the policy.  Holds a shared lock
  * on the policy to the end of the transaction, so that the policy cannot be
@@ -313,7 +443,7 @@ char_to_label(const char *policy_name, char *str)
 {
     Oid         policy_id = mac_lock_policy(policy_name, AccessShareLock);
     MacLabel   *label = CStringToMACLabel(policy_id, str);
-    int32       label_id = get_label_id(policy_id, label);
+    int32       label_id = cached_label_id(policy_id, label);
 
     if (!mac_valid_label_id(label_id))
         ereport(ERROR,
@@ -340,58 +470,23 @@ read_label_text(int32 label_id)
     return str;
 }
 
-/*
- * The printed forms of the labels asked for since the catalogs last
- * changed: COPY TO with "label" asks for one on every row.
- */
-struct LabelText
-{
-    int32       label_id;       /* key */
-    char       *text;
-};
-
-static MemoryContext label_texts_context = NULL;
-static HTAB *label_texts = NULL;
-static uint64 label_texts_version = 0;
-
-/* The table of printed labels, emptied when the catalogs have changed. */
-static HTAB *
-label_text_cache(void)
-{
-    HASHCTL     ctl;
-
-    if (label_texts_version == mac_catalog_version)
-        return label_texts;
-    if (label_texts_context == NULL)
-        label_texts_context = AllocSetContextCreate(CacheMemoryContext, "lavrel label texts",
-                                                    ALLOCSET_SMALL_SIZES);
-    else
-        MemoryContextReset(label_texts_context);
-    ctl.keysize = sizeof(int32);
-    ctl.entrysize = sizeof(LabelText);
-    ctl.hcxt = label_texts_context;
-    label_texts = hash_create("lavrel label texts", 64, &ctl,
-                              HASH_ELEM | HASH_BLOBS | HASH_CONTEXT);
-    label_texts_version = mac_catalog_version;
-    return label_texts;
-}
-
 /* The printed form of the label with this id, a new string. */
 char *
 label_to_char(int32 label_id)
 {
-    HTAB       *cache = label_text_cache();
-    LabelText  *known = (LabelText *) hash_search(cache, &label_id, HASH_FIND, NULL);
+    LabelTextEntry *known;
     char       *str;
 
+    refresh_label_caches();
+    known = (LabelTextEntry *) hash_search(label_texts, &label_id, HASH_FIND, NULL);
     if (known != NULL)
         return pstrdup(known->text);
     str = read_label_text(label_id);
     /* Kept unless the reads took in a change of the catalogs. */
-    if (label_texts_version == mac_catalog_version)
+    if (label_cache_version == mac_catalog_version)
     {
-        known = (LabelText *) hash_search(cache, &label_id, HASH_ENTER, NULL);
-        known->text = MemoryContextStrdup(label_texts_context, str);
+        known = (LabelTextEntry *) hash_search(label_texts, &label_id, HASH_ENTER, NULL);
+        known->text = MemoryContextStrdup(label_cache_context, str);
     }
     return str;
 }

@@ -122,12 +122,48 @@ constexpr uint32 RECENT_MEDIATIONS = 1024;
 static_assert((RECENT_MEDIATIONS & (RECENT_MEDIATIONS - 1)) == 0, "a power of two");
 LastFound   recent_mediations[RECENT_MEDIATIONS];
 
-void *
+pg_noinline void *
+mac_ht_find_and_remember(HTAB *ht, uint32 key, LastFound *last)
+{
+    *last = {session_table_changes, key, mac_ht_find(ht, key)};
+    return last->record;
+}
+
+inline void *
 mac_ht_find_again(HTAB *ht, uint32 key, LastFound *last)
 {
-    if (last->changes != session_table_changes || last->key != key)
-        *last = {session_table_changes, key, mac_ht_find(ht, key)};
-    return last->record;
+    if (likely(last->changes == session_table_changes && last->key == key))
+        return last->record;
+    return mac_ht_find_and_remember(ht, key, last);
+}
+
+/*
+ * The lookups of the row checks, which run once per row: the exported
+ * primitives below are these, but calls within this file stay direct.
+ */
+inline MacSessionLabel *
+find_session_label(Oid policy_id)
+{
+    return (MacSessionLabel *) mac_ht_find_again(MacSessionLabelHT, policy_id,
+                                                 &last_session_label);
+}
+
+inline MacLabelMediation *
+find_mediation(int32 label_id)
+{
+    uint32      key = (uint32) label_id;
+
+    return (MacLabelMediation *) mac_ht_find_again(MacLabelMediationHT, key,
+                                                   &recent_mediations[key & (RECENT_MEDIATIONS - 1)]);
+}
+
+inline MacLabelLookupInfo *
+find_lookup_info(Oid policy_id)
+{
+    if (MacLabelLookupInfoHT == NULL)
+        elog(ERROR, "may not load lavrel module");
+    return (MacLabelLookupInfo *) mac_ht_find_again(MacLabelLookupInfoHT, policy_id,
+                                                    &last_lookup_info);
 }
 
 /*
@@ -861,26 +897,19 @@ show_session_table(FunctionCallInfo fcinfo, const SessionTableView &view)
 MacSessionLabel *
 mac_SessionLabelHTLookup(Oid policy_id)
 {
-    return (MacSessionLabel *) mac_ht_find_again(MacSessionLabelHT, policy_id,
-                                                 &last_session_label);
+    return find_session_label(policy_id);
 }
 
 MacLabelLookupInfo *
 mac_LabelLookupInfoHTLookup(Oid policy_id)
 {
-    if (MacLabelLookupInfoHT == NULL)
-        elog(ERROR, "may not load lavrel module");
-    return (MacLabelLookupInfo *) mac_ht_find_again(MacLabelLookupInfoHT, policy_id,
-                                                    &last_lookup_info);
+    return find_lookup_info(policy_id);
 }
 
 MacLabelMediation *
 mac_LabelMediationHTLookup(int32 label_id)
 {
-    uint32      key = (uint32) label_id;
-
-    return (MacLabelMediation *) mac_ht_find_again(MacLabelMediationHT, key,
-                                                   &recent_mediations[key & (RECENT_MEDIATIONS - 1)]);
+    return find_mediation(label_id);
 }
 
 void
@@ -981,7 +1010,7 @@ SyncMacSession(bool release_snapshots)
 static int32
 lookup_info_field(Oid policy_id, int32 MacLabelLookupInfo::*field)
 {
-    MacLabelLookupInfo *info = mac_LabelLookupInfoHTLookup(policy_id);
+    MacLabelLookupInfo *info = find_lookup_info(policy_id);
 
     return info != NULL ? info->*field : 0;
 }
@@ -1008,7 +1037,7 @@ get_policy_read_min_label_id(Oid policy_id)
 bool
 need_mac_indexable_quals(Oid policy_id)
 {
-    MacSessionLabel *s = mac_SessionLabelHTLookup(policy_id);
+    MacSessionLabel *s = find_session_label(policy_id);
 
     if (s == NULL)
         return true;
@@ -1024,13 +1053,13 @@ need_mac_indexable_quals(Oid policy_id)
 uint32
 LookupLabelAccessResults(Oid policy_id, bool isnull, int32 label_id)
 {
-    const MacSessionLabel *s = mac_SessionLabelHTLookup(policy_id);
+    const MacSessionLabel *s = find_session_label(policy_id);
 
     if (s == NULL)
         return 0;
     if (!isnull && mac_valid_label_id(label_id))
     {
-        const MacLabelMediation *med = mac_LabelMediationHTLookup(label_id);
+        const MacLabelMediation *med = find_mediation(label_id);
 
         if (med != NULL && med->policy_id == policy_id)
             return med->information_mask;
@@ -1048,7 +1077,7 @@ uint32
 LookupLabelUpdateResults(Oid policy_id, bool old_isnull, int32 old_label,
                          bool new_isnull, int32 new_label)
 {
-    const MacSessionLabel *s = mac_SessionLabelHTLookup(policy_id);
+    const MacSessionLabel *s = find_session_label(policy_id);
     Oid         old_policy = InvalidOid;
     Oid         new_policy = InvalidOid;
     MacLabel   *old_rec;
@@ -1137,7 +1166,8 @@ MAC_SQL_FUNCTION(ShowLabelMediation)
 /* The policy column's default: the session's default row label id. */
 MAC_SQL_FUNCTION(GenDefaultLabelValue)
 {
-    int32       label_id = get_policy_row_label_id(policy_id_arg(fcinfo));
+    int32       label_id = lookup_info_field(policy_id_arg(fcinfo),
+                                         &MacLabelLookupInfo::default_row_label_id);
 
     if (label_id == 0)
         elog(WARNING, "can not compute a valid default label using session row label");
@@ -1146,10 +1176,10 @@ MAC_SQL_FUNCTION(GenDefaultLabelValue)
 
 MAC_SQL_FUNCTION(GetPolicyReadMaxLabelId)
 {
-    PG_RETURN_INT32(get_policy_read_max_label_id(policy_id_arg(fcinfo)));
+    PG_RETURN_INT32(lookup_info_field(policy_id_arg(fcinfo), &MacLabelLookupInfo::max_label_id));
 }
 
 MAC_SQL_FUNCTION(GetPolicyReadMINLabelId)
 {
-    PG_RETURN_INT32(get_policy_read_min_label_id(policy_id_arg(fcinfo)));
+    PG_RETURN_INT32(lookup_info_field(policy_id_arg(fcinfo), &MacLabelLookupInfo::min_label_id));
 }

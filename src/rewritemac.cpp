@@ -178,14 +178,23 @@ struct ColumnUse
     int         rti;
     int         depth;
     List       *attnos;         /* distinct attribute numbers, in order of use */
+    Bitmapset  *seen;           /* the same, numbered by column_index */
 };
+
+/* An attribute number, system columns included, as a bitmap member or array index. */
+int
+column_index(AttrNumber attno)
+{
+    return attno - FirstLowInvalidHeapAttributeNumber;
+}
 
 /* Maps each used column of entry `rti` to its place in the subquery. */
 struct ColumnMap
 {
     int         rti;
     int         depth;
-    List       *attnos;         /* position n holds the column of output n+1 */
+    AttrNumber *output;         /* by column_index: output column, 0 if unused */
+    int         size;
 };
 
 bool
@@ -197,8 +206,12 @@ collect_columns(Node *node, ColumnUse *use)
     {
         Var        *var = (Var *) node;
 
-        if (var->varno == use->rti && (int) var->varlevelsup == use->depth)
-            use->attnos = list_append_unique_int(use->attnos, var->varattno);
+        if (var->varno == use->rti && (int) var->varlevelsup == use->depth &&
+            !bms_is_member(column_index(var->varattno), use->seen))
+        {
+            use->seen = bms_add_member(use->seen, column_index(var->varattno));
+            use->attnos = lappend_int(use->attnos, var->varattno);
+        }
         return false;
     }
     if (IsA(node, Query))
@@ -213,18 +226,29 @@ collect_columns(Node *node, ColumnUse *use)
     return expression_tree_walker(node, MAC_WALKER(collect_columns), use);
 }
 
-/* The subquery output column that carries column `attno` of the table. */
-AttrNumber
-output_column(List *attnos, AttrNumber attno)
+/* The map of the columns of entry `rti` to the subquery output columns that carry them. */
+ColumnMap
+make_column_map(int rti, const ColumnUse *use)
 {
+    ColumnMap   map = {rti, -1, NULL, 0};
     ListCell   *lc;
 
-    foreach(lc, attnos)
-    {
-        if (lfirst_int(lc) == attno)
-            return (AttrNumber) (foreach_current_index(lc) + 1);
-    }
-    elog(ERROR, "column %d was not collected", attno);
+    map.size = bms_is_empty(use->seen) ? 0 : bms_prev_member(use->seen, -1) + 1;
+    map.output = (AttrNumber *) palloc0(sizeof(AttrNumber) * map.size);
+    foreach(lc, use->attnos)
+        map.output[column_index(lfirst_int(lc))] = (AttrNumber) (foreach_current_index(lc) + 1);
+    return map;
+}
+
+/* The subquery output column that carries column `attno` of the table. */
+AttrNumber
+output_column(const ColumnMap *map, AttrNumber attno)
+{
+    int         index = column_index(attno);
+
+    if (index >= map->size || map->output[index] == 0)
+        elog(ERROR, "column %d was not collected", attno);
+    return map->output[index];
 }
 
 bool
@@ -238,7 +262,7 @@ repoint_columns(Node *node, ColumnMap *map)
 
         if (var->varno == map->rti && (int) var->varlevelsup == map->depth)
         {
-            var->varattno = output_column(map->attnos, var->varattno);
+            var->varattno = output_column(map, var->varattno);
             var->varnosyn = var->varno;
             var->varattnosyn = var->varattno;
         }
@@ -339,7 +363,7 @@ move_row_mark(Query *query, int rti, Query *subquery)
 void
 expand_read_relation(Query *query, RangeTblEntry *rte, int rti, Expr *filter)
 {
-    ColumnUse   use = {rti, -1, NIL};
+    ColumnUse   use = {rti, -1, NIL, NULL};
     ColumnMap   map;
     RangeTblEntry *table = (RangeTblEntry *) copyObjectImpl(rte);
     RangeTblRef *ref = makeNode(RangeTblRef);
@@ -359,7 +383,7 @@ expand_read_relation(Query *query, RangeTblEntry *rte, int rti, Expr *filter)
     subquery->targetList = subquery_target_list(table, use.attnos, &colnames);
     move_row_mark(query, rti, subquery);
 
-    map = {rti, -1, use.attnos};
+    map = make_column_map(rti, &use);
     repoint_columns((Node *) query, &map);
 
     rte->rtekind = RTE_SUBQUERY;

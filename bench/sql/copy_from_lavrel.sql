@@ -1,0 +1,2 @@
+TRUNCATE copy_protected;
+COPY copy_protected FROM :labels_file;

@@ -1,0 +1,2 @@
+TRUNCATE copy_plain;
+COPY copy_plain FROM :ids_file;

@@ -1,0 +1,1 @@
+COPY protected TO '/dev/null';

@@ -1,0 +1,1 @@
+COPY plain_readable TO '/dev/null';

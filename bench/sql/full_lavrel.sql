@@ -1,0 +1,1 @@
+SELECT count(*), max(id) FROM protected;

@@ -1,0 +1,1 @@
+UPDATE own_protected SET payload = payload;

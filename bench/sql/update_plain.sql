@@ -1,0 +1,1 @@
+UPDATE own_plain SET payload = payload;
