@@ -77,8 +77,8 @@ ALTER TABLE rls ENABLE ROW LEVEL SECURITY;
 CREATE TABLE plain_readable AS SELECT * FROM plain WHERE label IN (SELECT id FROM readable);
 
 -- Rows at the reader's own label, which he may read and write.  Half-empty
--- pages keep each UPDATE on the same pages, so repeated runs do not grow
--- the tables.
+-- pages give each UPDATE room on the rows' own pages, so repeated runs
+-- hardly grow the tables.
 CREATE TABLE own_plain (id int PRIMARY KEY, payload text, label int) WITH (fillfactor = 50);
 INSERT INTO own_plain SELECT g, md5(g::text), :own FROM generate_series(1, :batch) g;
 CREATE TABLE own_protected (id int PRIMARY KEY, payload text) WITH (fillfactor = 50);
