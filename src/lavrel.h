@@ -217,6 +217,11 @@ PGDLLEXPORT int16 deparse_label_level(Oid policy_id, char *str, char **end);
 PGDLLEXPORT Bitmapset *deparse_label_comps(Oid policy_id, char *str, char **end);
 PGDLLEXPORT int32 char_to_label(const char *policy_name, char *str);
 PGDLLEXPORT char *label_to_char(int32 label_id);
+/*
+ * get_label_and_policy_by_id, remembered until the catalogs change: the
+ * label (not to be freed or changed) or NULL, its policy in *policy_id.
+ */
+PGDLLEXPORT const MacLabel *mac_label_by_id(int32 label_id, Oid *policy_id);
 
 /* policy_label.cpp: label administration */
 PGDLLEXPORT void RemoveLabelById(int32 label_id);
@@ -462,7 +467,7 @@ PGDLLEXPORT void policy_process_utility_hook(PlannedStmt *pstmt, const char *que
  * --------------------------------------------------------------------- */
 
 PGDLLEXPORT Query *MAC_Rewrite(Query *query);
-PGDLLEXPORT bool MacFunctionNotInlinable(Oid funcid);
+PGDLLEXPORT bool MacFunctionNotInlinable(HeapTuple proctup);
 
 /* ---------------------------------------------------------------------
  * policy_user.cpp: user authorizations

@@ -331,8 +331,17 @@ struct LabelTextEntry
     char       *text;
 };
 
+struct LabelEntry
+{
+    int32       label_id;       /* key */
+    bool        exists;
+    Oid         policy_id;
+    MacLabel    label;          /* its compartments live in the cache */
+};
+
 static MemoryContext label_cache_context = NULL;
 static uint64 label_cache_version = 0;
+static HTAB *labels_by_id = NULL;       /* label id -> LabelEntry */
 static HTAB *label_texts = NULL;        /* label id -> printed label */
 static HTAB *label_ids = NULL;          /* LabelValueKey -> label id */
 static List *label_ids_policies = NIL;  /* policies whose labels label_ids holds */
@@ -373,6 +382,8 @@ refresh_label_caches(void)
         MemoryContextReset(label_cache_context);
     ctl.hcxt = label_cache_context;
     ctl.keysize = sizeof(int32);
+    ctl.entrysize = sizeof(LabelEntry);
+    labels_by_id = hash_create("lavrel labels", 64, &ctl, HASH_ELEM | HASH_BLOBS | HASH_CONTEXT);
     ctl.entrysize = sizeof(LabelTextEntry);
     label_texts = hash_create("lavrel label texts", 64, &ctl,
                               HASH_ELEM | HASH_BLOBS | HASH_CONTEXT);
@@ -396,7 +407,7 @@ load_label_ids(Oid policy_id)
 {
     uint64      version = label_cache_version;
     List       *ids;
-    List       *labels = get_policy_labels(policy_id, &ids);
+    List       *policy_labels = get_policy_labels(policy_id, &ids);
     ListCell   *id;
     ListCell   *label;
     MemoryContext caller;
@@ -404,7 +415,7 @@ load_label_ids(Oid policy_id)
     if (mac_catalog_version != version)
         return false;
     caller = MemoryContextSwitchTo(label_cache_context);
-    forboth(id, ids, label, labels)
+    forboth(id, ids, label, policy_labels)
     {
         const MacLabel *l = (const MacLabel *) lfirst(label);
         LabelValueKey key = {policy_id, l->level, bms_copy(l->compartments)};
@@ -434,6 +445,41 @@ cached_label_id(Oid policy_id, const MacLabel *label)
 }
 
 /*
+ * The label with this id and its policy.  A label read while the catalogs
+ * changed is not kept: it is then the caller's, in its memory context.
+ */
+const MacLabel *
+mac_label_by_id(int32 label_id, Oid *policy_id)
+{
+    LabelEntry *entry;
+    MacLabel   *label;
+    Oid         policy = InvalidOid;
+    MemoryContext caller;
+
+    refresh_label_caches();
+    entry = (LabelEntry *) hash_search(labels_by_id, &label_id, HASH_FIND, NULL);
+    if (entry == NULL)
+    {
+        label = get_label_and_policy_by_id(label_id, &policy);
+        if (label_cache_version != mac_catalog_version)
+        {
+            *policy_id = policy;
+            return label;
+        }
+        caller = MemoryContextSwitchTo(label_cache_context);
+        entry = (LabelEntry *) hash_search(labels_by_id, &label_id, HASH_ENTER, NULL);
+        entry->exists = label != NULL;
+        entry->policy_id = policy;
+        if (label != NULL)
+            entry->label = {label->level, bms_copy(label->compartments)};
+        MemoryContextSwitchTo(caller);
+        free_mac_label(label);
+    }
+    *policy_id = entry->policy_id;
+    return entry->exists ? &entry->label : NULL;
+}
+
+/*
  * The id of the label that `str` names in the policy.  Holds a shared lock
  * on the policy to the end of the transaction, so that the policy cannot be
  * dropped under the lookup.
@@ -457,17 +503,14 @@ char_to_label(const char *policy_name, char *str)
 static char *
 read_label_text(int32 label_id)
 {
-    MacLabel   *label = get_label_by_id(label_id);
+    Oid         policy_id;
+    const MacLabel *label = mac_label_by_id(label_id, &policy_id);
 
     if (label == NULL)
         ereport(ERROR,
                 (errcode(ERRCODE_SYNTAX_ERROR),
                  errmsg("label id %d does not exist", label_id)));
-
-    char       *str = MacLabelToCString(get_label_policy_id(label_id), label);
-
-    free_mac_label(label);
-    return str;
+    return MacLabelToCString(policy_id, label);
 }
 
 /* The printed form of the label with this id, a new string. */

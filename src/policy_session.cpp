@@ -1078,11 +1078,10 @@ LookupLabelUpdateResults(Oid policy_id, bool old_isnull, int32 old_label,
                          bool new_isnull, int32 new_label)
 {
     const MacSessionLabel *s = find_session_label(policy_id);
-    Oid         old_policy = InvalidOid;
-    Oid         new_policy = InvalidOid;
-    MacLabel   *old_rec;
-    MacLabel   *new_rec;
-    uint32      mask;
+    Oid         old_policy;
+    Oid         new_policy;
+    const MacLabel *old_rec;
+    const MacLabel *new_rec;
 
     if (s == NULL)
         return 0;
@@ -1093,15 +1092,11 @@ LookupLabelUpdateResults(Oid policy_id, bool old_isnull, int32 old_label,
     if (!mac_valid_label_id(old_label) || !mac_valid_label_id(new_label))
         return update_by_privileges(s->privs);
 
-    old_rec = get_label_and_policy_by_id(old_label, &old_policy);
-    new_rec = get_label_and_policy_by_id(new_label, &new_policy);
+    old_rec = mac_label_by_id(old_label, &old_policy);
+    new_rec = mac_label_by_id(new_label, &new_policy);
     if (old_rec == NULL || new_rec == NULL || old_policy != new_policy)
-        mask = update_by_privileges(s->privs);
-    else
-        mask = label_change_mask(s, old_rec, new_rec);
-    free_mac_label(old_rec);
-    free_mac_label(new_rec);
-    return mask;
+        return update_by_privileges(s->privs);
+    return label_change_mask(s, old_rec, new_rec);
 }
 
 /* ---------------------------------------------------------------------

@@ -741,39 +741,31 @@ body_reads_protected_table(HeapTuple tuple)
 } // namespace
 
 /*
- * Whether the planner must keep the function out of line: an inlinable SQL
- * function whose body reads a protected table.  Everything else is
- * answered from the function's catalog entry alone.
+ * Whether the planner must keep the function (its pg_proc row) out of line:
+ * an inlinable SQL function whose body reads a protected table.  Everything
+ * else is answered from the row alone.
  */
 bool
-MacFunctionNotInlinable(Oid funcid)
+MacFunctionNotInlinable(HeapTuple proctup)
 {
-    HeapTuple   tuple = SearchSysCache1(PROCOID, ObjectIdGetDatum(funcid));
+    Form_pg_proc proc = (Form_pg_proc) GETSTRUCT(proctup);
+    Oid         funcid = proc->oid;
     bool        found;
     bool        answer;
     InlineDecision *decision;
 
-    if (!HeapTupleIsValid(tuple))
+    if (!inlinable_sql_function(proc, proctup) || !MAC_isenable())
         return false;
-    if (!inlinable_sql_function((Form_pg_proc) GETSTRUCT(tuple), tuple) || !MAC_isenable())
-    {
-        ReleaseSysCache(tuple);
-        return false;
-    }
 
     decision = (InlineDecision *) hash_search(inline_decision_table(), &funcid, HASH_FIND, &found);
     if (found)
-        answer = decision->keep_out_of_line;
-    else
+        return decision->keep_out_of_line;
+    answer = body_reads_protected_table(proctup);
+    if (inline_decisions_valid)
     {
-        answer = body_reads_protected_table(tuple);
-        if (inline_decisions_valid)
-        {
-            decision = (InlineDecision *) hash_search(inline_decisions, &funcid, HASH_ENTER, &found);
-            decision->keep_out_of_line = answer;
-        }
+        decision = (InlineDecision *) hash_search(inline_decisions, &funcid, HASH_ENTER, &found);
+        decision->keep_out_of_line = answer;
     }
-    ReleaseSysCache(tuple);
     return answer;
 }
 

@@ -96,35 +96,35 @@ host_planner(Query *parse, const char *query_string, int cursorOptions,
     return result;
 }
 
-/* Mediates the use of a function or procedure about to be called. */
-static void
-host_mediate_function(Oid funcid)
-{
-    HeapTuple   tuple = SearchSysCache1(PROCOID, ObjectIdGetDatum(funcid));
-    Form_pg_proc proc;
-
-    if (!HeapTupleIsValid(tuple))
-        return;
-    proc = (Form_pg_proc) GETSTRUCT(tuple);
-    ObjMediation_hook(proc->prokind == PROKIND_PROCEDURE ? "procedure" : "function",
-                      proc->pronamespace, funcid);
-    ReleaseSysCache(tuple);
-}
-
 /*
  * Consulted whenever a function is looked up for a call (executor set-up,
- * CALL), and by the planner before it inlines a SQL function.  An error
- * raised here stops the call or the inlining; true keeps the function out
- * of line.
+ * CALL), and by the planner before it inlines a SQL function.  The use of
+ * the function or procedure is mediated: an error raised here stops the
+ * call or the inlining.  True keeps the function out of line.  One catalog
+ * cache probe serves both hooks.
  */
 static bool
 host_needs_fmgr(Oid funcid)
 {
+    HeapTuple   tuple;
+    Form_pg_proc proc;
+    bool        out_of_line = false;
+
     if (prev_needs_fmgr && prev_needs_fmgr(funcid))
         return true;
+    if (ObjMediation_hook == NULL && MacFunctionNotInlinable_hook == NULL)
+        return false;
+    tuple = SearchSysCache1(PROCOID, ObjectIdGetDatum(funcid));
+    if (!HeapTupleIsValid(tuple))
+        return false;
+    proc = (Form_pg_proc) GETSTRUCT(tuple);
     if (ObjMediation_hook)
-        host_mediate_function(funcid);
-    return MacFunctionNotInlinable_hook && MacFunctionNotInlinable_hook(funcid);
+        ObjMediation_hook(proc->prokind == PROKIND_PROCEDURE ? "procedure" : "function",
+                          proc->pronamespace, funcid);
+    if (MacFunctionNotInlinable_hook)
+        out_of_line = MacFunctionNotInlinable_hook(tuple);
+    ReleaseSysCache(tuple);
+    return out_of_line;
 }
 
 /*

@@ -36,8 +36,8 @@ typedef void (*SyncMacSession_hook_type)(bool release_snapshots);
 /* Rewrites a query tree (after PostgreSQL's rewriter) before it is planned. */
 typedef Query *(*MAC_Rewrite_hook_type)(Query *query);
 
-/* Whether the planner must not inline a function (its body is filtered). */
-typedef bool (*MacFunctionNotInlinable_hook_type)(Oid funcid);
+/* Whether the planner must not inline a function (its body is filtered); its pg_proc row. */
+typedef bool (*MacFunctionNotInlinable_hook_type)(HeapTuple proctup);
 
 /* 1 when a star-expanded column reference names a hidden policy column. */
 typedef int (*MacHiddenPolicyColumn_hook_type)(ParseState *pstate, RangeTblEntry *rte,
