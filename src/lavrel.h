@@ -293,8 +293,9 @@ typedef struct UserPolicyAccess
 } UserPolicyAccess;
 
 /*
- * A sequential scan of one catalog table under a registered latest
- * snapshot.  Every reader and writer of the catalogs goes through it.
+ * A sequential scan of one catalog table, returning the tuples a
+ * registered snapshot sees.  Every reader and writer of the catalogs goes
+ * through it.
  */
 typedef struct MacCatalogScan
 {
@@ -467,6 +468,7 @@ PGDLLEXPORT void policy_process_utility_hook(PlannedStmt *pstmt, const char *que
  * --------------------------------------------------------------------- */
 
 PGDLLEXPORT Query *MAC_Rewrite(Query *query);
+PGDLLEXPORT Query *MacRewriteForeignKeyAction(Query *query);
 PGDLLEXPORT bool MacFunctionNotInlinable(HeapTuple proctup);
 
 /* ---------------------------------------------------------------------

@@ -3,10 +3,10 @@
  *    Every read of the lavrel catalog tables, and the scan helpers that
  *    the writers elsewhere in the module use too.
  *
- * The catalogs are small, ordinary tables without indexes.  Each lookup is a
- * sequential scan with equality scan keys under the latest snapshot, so it
- * sees everything committed so far and the caller's own earlier changes once
- * a command-counter increment has made them visible.  Nothing is cached
+ * The catalogs are small, ordinary tables.  Each lookup is a sequential scan
+ * with equality scan keys under the latest snapshot, so it sees everything
+ * committed so far and the caller's own earlier changes once a
+ * command-counter increment has made them visible.  Nothing is cached
  * here: the caches sit above these functions, and every writer below tells
  * them of its change with a relcache invalidation of the catalog table.
  *
@@ -50,20 +50,51 @@ mac_key_name(ScanKey key, AttrNumber attno, NameData *buf, const char *value)
     mac_key(key, attno, F_NAMEEQ, NameGetDatum(buf));
 }
 
+/*
+ * The snapshot catalog reads see: the latest one, except in parallel mode
+ * (a parallel worker, or the leader while workers run), where no new
+ * snapshot may be taken and the catalog snapshot serves.
+ */
+static Snapshot
+mac_read_snapshot(Oid relid)
+{
+    return IsInParallelMode() ? GetCatalogSnapshot(relid) : GetLatestSnapshot();
+}
+
+/*
+ * The catalogs are configuration, read by every statement: a serializable
+ * transaction must not take predicate locks on them, or every statement
+ * would conflict with every change an administrator makes.  The table is
+ * therefore scanned under SnapshotAny, which takes no predicate locks, and
+ * each tuple is tested against the MVCC snapshot by hand.
+ */
 void
 mac_scan_begin(MacCatalogScan *s, Oid relid, LOCKMODE lockmode,
                int nkeys, ScanKey keys)
 {
     s->rel = table_open(relid, lockmode);
     s->lockmode = lockmode;
-    s->snapshot = RegisterSnapshot(GetLatestSnapshot());
-    s->scan = table_beginscan(s->rel, s->snapshot, nkeys, keys);
+    s->snapshot = RegisterSnapshot(mac_read_snapshot(relid));
+    s->scan = table_beginscan(s->rel, SnapshotAny, nkeys, keys);
 }
 
 HeapTuple
 mac_scan_next(MacCatalogScan *s)
 {
-    return heap_getnext(s->scan, ForwardScanDirection);
+    HeapTuple   tuple;
+
+    while ((tuple = heap_getnext(s->scan, ForwardScanDirection)) != NULL)
+    {
+        Buffer      buffer = ((HeapScanDesc) s->scan)->rs_cbuf;
+        bool        visible;
+
+        LockBuffer(buffer, BUFFER_LOCK_SHARE);
+        visible = HeapTupleSatisfiesVisibility(tuple, s->snapshot, buffer);
+        LockBuffer(buffer, BUFFER_LOCK_UNLOCK);
+        if (visible)
+            return tuple;
+    }
+    return NULL;
 }
 
 void

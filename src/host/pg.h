@@ -65,6 +65,7 @@ extern "C" {
 #include "replication/walsender.h"
 #include "rewrite/rewriteHandler.h"
 #include "rewrite/rewriteManip.h"
+#include "storage/bufmgr.h"
 #include "storage/lmgr.h"
 #include "storage/lockdefs.h"
 #include "tcop/tcopprot.h"
