@@ -89,12 +89,11 @@ check_drop_one_role(DropRoleStmt *stmt, RoleSpec *spec)
     tuple = SearchSysCache1(AUTHNAME, PointerGetDatum(spec->rolename));
     if (!HeapTupleIsValid(tuple))
     {
+        /* With IF EXISTS, PostgreSQL itself tells that it skips the role. */
         if (!stmt->missing_ok)
             ereport(ERROR,
                     (errcode(ERRCODE_UNDEFINED_OBJECT),
                      errmsg("role \"%s\" does not exist", spec->rolename)));
-        ereport(NOTICE,
-                (errmsg("role \"%s\" does not exist, skipping", spec->rolename)));
         return;
     }
     role = (Form_pg_authid) GETSTRUCT(tuple);

@@ -90,8 +90,8 @@ SELECT try_stmt($$DROP ROLE regress_dg_pu$$);
 RESET SESSION AUTHORIZATION;
 SELECT * FROM regress_dg_roles ORDER BY rolname;
 
--- IF EXISTS of a missing role: the notice, and the next role is dropped
--- (PostgreSQL itself then gives the same notice again).
+-- IF EXISTS of a missing role: PostgreSQL's notice, once, and the next
+-- role is dropped.
 DROP ROLE IF EXISTS regress_dg_missing, regress_dg_plain1;
 DROP ROLE regress_dg_plain2;
 SELECT * FROM regress_dg_roles ORDER BY rolname;
