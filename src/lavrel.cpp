@@ -576,6 +576,7 @@ _PG_init(void)
     host_install_hooks();
     MacNeedCheckPermisition_hook = MacNeedCheckPermisition;
     MAC_Rewrite_hook = MAC_Rewrite;
+    MacForeignKeyAction_hook = MacRewriteForeignKeyAction;
     MacFunctionNotInlinable_hook = MacFunctionNotInlinable;
     MacHiddenPolicyColumn_hook = MacHiddenPolicyColumn;
     policy_process_utility_hook_next = ProcessUtility_hook;
@@ -599,6 +600,7 @@ _PG_fini(void)
     MacNeedCheckPermisition_hook = NULL;
     MacObjectIdsInited = false;
     MAC_Rewrite_hook = NULL;
+    MacForeignKeyAction_hook = NULL;
     MacFunctionNotInlinable_hook = NULL;
     MacHiddenPolicyColumn_hook = NULL;
     ProcessUtility_hook = policy_process_utility_hook_next;

@@ -12,12 +12,17 @@
  *     or FULL, by label-id range clauses an index on the policy column can
  *     use); a non-leakproof function the user wrote never sees a row the
  *     filter drops;
- *   - the target of UPDATE and DELETE gets write_mediation as a security
- *     qual, which the planner evaluates before any condition of the user
- *     (with RETURNING, read_mediation too: what comes back must be
- *     readable);
+ *   - the target of UPDATE and DELETE gets the same read filter as a
+ *     security qual, so rows the session may not read are invisible to
+ *     the statement and to every condition of the user; among the rows its
+ *     conditions select, each must be writable: write_mediation runs in the
+ *     statement's target list, which the executor evaluates only for rows
+ *     that passed every qual and join, whatever the plan;
  *   - a policy column stored by INSERT or UPDATE passes through
  *     label_insert or label_update.
+ * INSERT ... ON CONFLICT DO UPDATE refuses to change an existing row the
+ * session may not both read and write.  The cascading actions of foreign
+ * keys must be allowed to write every row they change.
  * MERGE on a protected table is refused.  SQL functions whose body reads a
  * protected table are kept from being inlined by the planner (which would
  * happen after this rewrite), so their queries are planned and filtered on
@@ -115,7 +120,7 @@ enabled_policies(Oid relid)
     return enabled;
 }
 
-/* read_mediation or write_mediation of the policy column, as a qual. */
+/* A mediation function of the policy column, as a qual. */
 Expr *
 mediation_qual(Oid funcid, Oid policy_id, Oid relid, int varno)
 {
@@ -125,12 +130,12 @@ mediation_qual(Oid funcid, Oid policy_id, Oid relid, int varno)
 }
 
 /*
- * The filter of a table for every enabled policy on it: the read or write
+ * The read filter of a table for every enabled policy on it: the read
  * mediation call, followed by the range clauses when the session needs
  * them; NULL when no enabled policy applies.  Variables refer to `varno`.
  */
 Expr *
-label_filter(Oid relid, bool write, int varno)
+label_filter(Oid relid, int varno)
 {
     List       *policies = enabled_policies(relid);
     List       *quals = NIL;
@@ -140,8 +145,7 @@ label_filter(Oid relid, bool write, int varno)
     {
         Oid         policy_id = lfirst_oid(lc);
 
-        quals = lappend(quals, mediation_qual(write ? WriteMediationProc : ReadMediationProc,
-                                              policy_id, relid, varno));
+        quals = lappend(quals, mediation_qual(ReadMediationProc, policy_id, relid, varno));
         if (need_mac_indexable_quals(policy_id))
             quals = list_concat(quals, MAC_Append_Label_Filter(policy_id, relid, varno));
     }
@@ -149,23 +153,59 @@ label_filter(Oid relid, bool write, int varno)
     return quals != NIL ? make_ands_explicit(quals) : NULL;
 }
 
+/* `label` when `condition` holds, else null. */
+Expr *
+label_when(Expr *condition, Expr *label)
+{
+    CaseWhen   *when = makeNode(CaseWhen);
+    CaseExpr   *expr = makeNode(CaseExpr);
+
+    when->expr = condition;
+    when->result = label;
+    when->location = -1;
+    expr->casetype = INT4OID;
+    expr->casecollid = InvalidOid;
+    expr->args = list_make1(when);
+    expr->defresult = (Expr *) makeNullConst(INT4OID, -1, InvalidOid);
+    expr->location = -1;
+    return (Expr *) expr;
+}
+
 /*
- * What RETURNING shows of a written row must be readable too: a session
- * may write labels above those it reads, and must not see such rows come
- * back.  As under row-level security, rows it may not read are then left
- * alone.  NULL when no enabled policy applies.
+ * The row's label once write_mediation has accepted it: write_mediation
+ * never answers false, it refuses the whole statement.
  */
 Expr *
-returning_filter(Oid relid, int varno)
+writable_label(Oid policy_id, Oid relid, int varno)
+{
+    return label_when(mediation_qual(WriteMediationProc, policy_id, relid, varno),
+                      (Expr *) policy_column_var(policy_id, relid, varno));
+}
+
+/*
+ * Refuses a row unless the session may both read and write it: a row it
+ * may not read goes to write_mediation as a null label, which only FULL
+ * may write, and FULL reads every row.  NULL when no enabled policy
+ * applies.
+ */
+Expr *
+read_write_check(Oid relid, int varno)
 {
     List       *policies = enabled_policies(relid);
-    List       *quals = NIL;
+    List       *checks = NIL;
     ListCell   *lc;
 
     foreach(lc, policies)
-        quals = lappend(quals, mediation_qual(ReadMediationProc, lfirst_oid(lc), relid, varno));
+    {
+        Oid         policy_id = lfirst_oid(lc);
+        Expr       *readable = label_when(mediation_qual(ReadMediationProc, policy_id, relid, varno),
+                                          (Expr *) policy_column_var(policy_id, relid, varno));
+
+        checks = lappend(checks, mediation_call(WriteMediationProc, BOOLOID,
+                                                list_make2(policy_const(policy_id), readable)));
+    }
     list_free(policies);
-    return quals != NIL ? make_ands_explicit(quals) : NULL;
+    return checks != NIL ? make_ands_explicit(checks) : NULL;
 }
 
 /* ---------------------------------------------------------------------
@@ -409,10 +449,10 @@ expand_read_relation(Query *query, RangeTblEntry *rte, int rti, Expr *filter)
 } // namespace
 
 /*
- * Adds the label filter for the relation entry `rte` at index `rti`: the
- * write filter as a security qual of the target of UPDATE and DELETE, a
- * filtering subquery for any relation that is only read.  INSERT has
- * nothing to filter: its labels are checked by the target-list rule.
+ * Adds the read filter for the relation entry `rte` at index `rti`: as a
+ * security qual of the target of UPDATE and DELETE, as a filtering
+ * subquery for any relation that is only read.  INSERT has nothing to
+ * filter: its labels are checked by the target-list rule.
  */
 static void
 MAC_Apply_Access_Rule(Query *query, RangeTblEntry *rte, int rti)
@@ -423,7 +463,7 @@ MAC_Apply_Access_Rule(Query *query, RangeTblEntry *rte, int rti)
     if (query->commandType == CMD_INSERT)
         return;
 
-    filter = label_filter(rte->relid, is_result, is_result ? rti : 1);
+    filter = label_filter(rte->relid, is_result ? rti : 1);
     if (filter == NULL)
         return;
 
@@ -440,11 +480,7 @@ MAC_Apply_Access_Rule(Query *query, RangeTblEntry *rte, int rti)
                 (errcode(ERRCODE_FEATURE_NOT_SUPPORTED),
                  errmsg("conditional UNION/INTERSECT/EXCEPT statements are not implemented")));
     else
-    {
-        if (query->returningList != NIL)
-            rte->securityQuals = lcons(returning_filter(rte->relid, rti), rte->securityQuals);
         rte->securityQuals = lcons(filter, rte->securityQuals);
-    }
 }
 
 namespace {
@@ -455,17 +491,20 @@ namespace {
 
 /*
  * Wraps every policy column of `tlist` (columns of the result relation)
- * in label_insert, or in label_update with the row's current label.
+ * in label_insert, or in label_update with the row's current label once
+ * write_mediation accepted it.  Returns the policies whose columns it
+ * wrapped.
  */
-void
+List *
 check_stored_labels(Query *query, List *tlist, bool update)
 {
     RangeTblEntry *target = rt_fetch(query->resultRelation, query->rtable);
     List       *policies = mac_rel_policy_ids(target->relid);
+    List       *checked = NIL;
     ListCell   *lc;
 
     if (policies == NIL)
-        return;
+        return NIL;
     foreach(lc, tlist)
     {
         TargetEntry *tle = (TargetEntry *) lfirst(lc);
@@ -483,37 +522,78 @@ check_stored_labels(Query *query, List *tlist, bool update)
 
         args = list_make2(policy_const(policy_id), tle->expr);
         if (update)
-            args = list_insert_nth(args, 1,
-                                   makeVar(query->resultRelation, tle->resno, INT4OID, -1,
-                                           InvalidOid, 0));
+            args = list_insert_nth(args, 1, writable_label(policy_id, target->relid,
+                                                           query->resultRelation));
         tle->expr = (Expr *) mediation_call(update ? LabelUpdateProc : LabelInsertProc,
                                             INT4OID, args);
+        checked = lappend_oid(checked, policy_id);
+    }
+    list_free(policies);
+    return checked;
+}
+
+/*
+ * Every row an UPDATE or DELETE changes must be writable.  The check is a
+ * junk column of the statement's target list: the executor computes it only
+ * for rows that passed every qual and join condition, so the statement's
+ * own conditions decide which rows are checked, on every plan.  Policies
+ * whose column the UPDATE sets are already checked by label_update.
+ */
+void
+check_written_rows(Query *query, List *checked)
+{
+    RangeTblEntry *target = rt_fetch(query->resultRelation, query->rtable);
+    List       *policies = enabled_policies(target->relid);
+    ListCell   *lc;
+
+    foreach(lc, policies)
+    {
+        Oid         policy_id = lfirst_oid(lc);
+        Expr       *check;
+
+        if (list_member_oid(checked, policy_id))
+            continue;
+        check = mediation_qual(WriteMediationProc, policy_id, target->relid,
+                               query->resultRelation);
+        query->targetList = lappend(query->targetList,
+                                    makeTargetEntry(check, list_length(query->targetList) + 1,
+                                                    pstrdup("lavrel_write_check"), true));
+        query->hasRowSecurity = true;
     }
     list_free(policies);
 }
 
+/* The labels an UPDATE or DELETE stores, and the rows it changes. */
+void
+mediate_written_rows(Query *query)
+{
+    List       *checked = NIL;
+
+    if (query->commandType == CMD_UPDATE)
+        checked = check_stored_labels(query, query->targetList, true);
+    check_written_rows(query, checked);
+}
+
 /*
  * INSERT ... ON CONFLICT DO UPDATE changes an existing row: it must be one
- * the session may write, and a new label must pass the update check.
+ * the session may read and write, checked before the statement's own
+ * ON CONFLICT ... WHERE condition sees it, and a new label must pass the
+ * update check.
  */
 void
 mediate_on_conflict_update(Query *query)
 {
     OnConflictExpr *conflict = query->onConflict;
     RangeTblEntry *target = rt_fetch(query->resultRelation, query->rtable);
-    Expr       *filter;
+    Expr       *check;
 
     if (conflict == NULL || conflict->action != ONCONFLICT_UPDATE)
         return;
     check_stored_labels(query, conflict->onConflictSet, true);
-    filter = label_filter(target->relid, true, query->resultRelation);
-    if (filter == NULL)
+    check = read_write_check(target->relid, query->resultRelation);
+    if (check == NULL)
         return;
-    if (query->returningList != NIL)
-        filter = (Expr *) make_and_qual((Node *) filter,
-                                        (Node *) returning_filter(target->relid,
-                                                                  query->resultRelation));
-    conflict->onConflictWhere = make_and_qual((Node *) filter, conflict->onConflictWhere);
+    conflict->onConflictWhere = make_and_qual((Node *) check, conflict->onConflictWhere);
     query->hasRowSecurity = true;
 }
 
@@ -591,8 +671,8 @@ rewrite_query(Query *query)
         check_stored_labels(query, query->targetList, false);
         mediate_on_conflict_update(query);
     }
-    else if (query->commandType == CMD_UPDATE)
-        check_stored_labels(query, query->targetList, true);
+    else if (query->commandType == CMD_UPDATE || query->commandType == CMD_DELETE)
+        mediate_written_rows(query);
 
     /* Queries nested in expressions sit in sub-links, which the query flags. */
     if (query->hasSubLinks || query->cteList != NIL)
@@ -604,21 +684,66 @@ rewrite_query(Query *query)
  * SQL functions the planner would inline
  * --------------------------------------------------------------------- */
 
+bool reads_protected_table(Node *node, Oid *view);
+
+/* Whether a relation is protected, or is a view whose query reads one. */
 bool
-reads_protected_table(Node *node, void *context)
+reaches_protected_table(Oid relid)
+{
+    Relation    view;
+    bool        reaches;
+
+    if (mac_rel_policy_ids(relid) != NIL)
+        return true;
+    if (get_rel_relkind(relid) != RELKIND_VIEW)
+        return false;
+    view = relation_open(relid, AccessShareLock);
+    reaches = reads_protected_table((Node *) get_view_query(view), &relid);
+    relation_close(view, AccessShareLock);
+    return reaches;
+}
+
+/*
+ * Whether an analysed query reads a protected table, through views too.
+ * `view` is the view whose query this is, if any: its query names the
+ * view itself (as OLD and NEW), which is not read.
+ */
+bool
+reads_protected_table(Node *node, Oid *view)
 {
     if (node == NULL)
         return false;
     if (IsA(node, Query))
         return query_tree_walker((Query *) node, MAC_WALKER(reads_protected_table),
-                                 context, QTW_EXAMINE_RTES_BEFORE);
+                                 view, QTW_EXAMINE_RTES_BEFORE);
     if (IsA(node, RangeTblEntry))
     {
         RangeTblEntry *rte = (RangeTblEntry *) node;
 
-        return rte->rtekind == RTE_RELATION && mac_rel_policy_ids(rte->relid) != NIL;
+        return rte->rtekind == RTE_RELATION && (view == NULL || rte->relid != *view) &&
+            reaches_protected_table(rte->relid);
     }
-    return expression_tree_walker(node, MAC_WALKER(reads_protected_table), context);
+    return expression_tree_walker(node, MAC_WALKER(reads_protected_table), view);
+}
+
+/*
+ * Whether a raw parse tree names a relation that reaches a protected
+ * table.  A name is resolved as the body would resolve it now; a name that
+ * resolves to nothing (a CTE, say) reads no table, and a CTE that happens
+ * to share a protected table's name only keeps the function out of line.
+ */
+bool
+names_protected_table(Node *node, void *context)
+{
+    if (node == NULL)
+        return false;
+    if (IsA(node, RangeVar))
+    {
+        Oid         relid = RangeVarGetRelid((RangeVar *) node, NoLock, true);
+
+        return OidIsValid(relid) && reaches_protected_table(relid);
+    }
+    return raw_expression_tree_walker(node, MAC_WALKER(names_protected_table), context);
 }
 
 /*
@@ -634,48 +759,29 @@ inlinable_sql_function(Form_pg_proc proc, HeapTuple tuple)
         heap_attisnull(tuple, Anum_pg_proc_proconfig, NULL);
 }
 
-/* The function's body, analysed and rewritten (views expanded). */
-List *
-function_body_queries(HeapTuple tuple)
+/*
+ * Whether the function's body can reach a protected table.  A body written
+ * as a string is only parsed, not analysed: the relations it names do not
+ * depend on its argument types, which a polymorphic function only learns
+ * at the call.
+ */
+bool
+body_reads_protected_table(HeapTuple tuple)
 {
     bool        isnull;
     Datum       body = SysCacheGetAttr(PROCOID, tuple, Anum_pg_proc_prosqlbody, &isnull);
-    List       *queries = NIL;
     ListCell   *lc;
 
     if (!isnull)
+        return reads_protected_table((Node *) stringToNode(TextDatumGetCString(body)), NULL);
+
+    body = SysCacheGetAttr(PROCOID, tuple, Anum_pg_proc_prosrc, &isnull);
+    foreach(lc, pg_parse_query(TextDatumGetCString(body)))
     {
-        Node       *stored = (Node *) stringToNode(TextDatumGetCString(body));
-        List       *stmts = IsA(stored, List) ? linitial_node(List, (List *) stored) : list_make1(stored);
-
-        foreach(lc, stmts)
-        {
-            Query      *query = lfirst_node(Query, lc);
-
-            AcquireRewriteLocks(query, true, false);
-            queries = list_concat(queries, pg_rewrite_query(query));
-        }
-        return queries;
-    }
-
-    char       *src = TextDatumGetCString(SysCacheGetAttr(PROCOID, tuple, Anum_pg_proc_prosrc, &isnull));
-    SQLFunctionParseInfoPtr pinfo = prepare_sql_fn_parse_info(tuple, NULL, InvalidOid);
-
-    foreach(lc, pg_parse_query(src))
-        queries = list_concat(queries,
-                              pg_analyze_and_rewrite_withcb(lfirst_node(RawStmt, lc), src,
-                                                            (ParserSetupHook) sql_fn_parser_setup,
-                                                            pinfo, NULL));
-    return queries;
-}
-
-bool
-has_polymorphic_argument(Form_pg_proc proc)
-{
-    for (int i = 0; i < proc->pronargs; i++)
-        if (IsPolymorphicType(proc->proargtypes.values[i]))
+        if (names_protected_table(lfirst_node(RawStmt, lc)->stmt, NULL))
             return true;
-    return IsPolymorphicType(proc->prorettype);
+    }
+    return false;
 }
 
 /* Per-backend answers for inlinable functions, dropped on any invalidation. */
@@ -729,15 +835,6 @@ inline_decision_table(void)
     return inline_decisions;
 }
 
-bool
-body_reads_protected_table(HeapTuple tuple)
-{
-    /* Without actual argument types a polymorphic body cannot be analysed. */
-    if (has_polymorphic_argument((Form_pg_proc) GETSTRUCT(tuple)))
-        return true;
-    return reads_protected_table((Node *) function_body_queries(tuple), NULL);
-}
-
 } // namespace
 
 /*
@@ -775,5 +872,20 @@ MAC_Rewrite(Query *query)
     if (!MAC_isenable())
         return query;
     rewrite_query(query);
+    return query;
+}
+
+/*
+ * The queries a foreign key's ON DELETE and ON UPDATE actions run on the
+ * referencing table.  They see every row, as the key's checks do, but each
+ * row they change or delete must be one the session may write: an action
+ * neither skips such a row silently nor changes it.
+ */
+Query *
+MacRewriteForeignKeyAction(Query *query)
+{
+    if ((query->commandType == CMD_UPDATE || query->commandType == CMD_DELETE) &&
+        MAC_isenable())
+        mediate_written_rows(query);
     return query;
 }

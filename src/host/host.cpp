@@ -12,7 +12,9 @@
  *                                     SQL and PL/pgSQL functions, prepared
  *                                     statements, cursors, CREATE TABLE AS,
  *                                     COPY (query), EXPLAIN); not the queries
- *                                     of foreign-key checks
+ *                                     of foreign keys
+ *   MacForeignKeyAction_hook          planner_hook, for the queries of
+ *                                     foreign keys (checks and actions)
  *   MacFunctionNotInlinable_hook      needs_fmgr_hook: the planner does not
  *                                     inline a function the hook claims
  *   ObjMediation_hook                 ExecutorCheckPerms_hook for every view
@@ -38,6 +40,7 @@ MacNeedCheckPermisition_hook_type MacNeedCheckPermisition_hook = NULL;
 MacCreateExtensionProcess_hook_type MacCreateExtensionProcess_hook = NULL;
 SyncMacSession_hook_type SyncMacSession_hook = NULL;
 MAC_Rewrite_hook_type MAC_Rewrite_hook = NULL;
+MacForeignKeyAction_hook_type MacForeignKeyAction_hook = NULL;
 MacFunctionNotInlinable_hook_type MacFunctionNotInlinable_hook = NULL;
 MacHiddenPolicyColumn_hook_type MacHiddenPolicyColumn_hook = NULL;
 MacCheckAlterTable_hook_type MacCheckAlterTable_hook = NULL;
@@ -74,12 +77,17 @@ host_planner(Query *parse, const char *query_string, int cursorOptions,
     PlannedStmt *result;
 
     /*
-     * Foreign-key checks run their own queries, which must see every row
-     * (as under row-level security), or labels would let a referenced row
-     * be deleted or a dangling reference be created.
+     * Foreign keys run their own queries, which must see every row (as
+     * under row-level security), or labels would let a referenced row be
+     * deleted or a dangling reference be created.
      */
-    if (MAC_Rewrite_hook && !InNoForceRLSOperation())
-        parse = MAC_Rewrite_hook(parse);
+    if (!InNoForceRLSOperation())
+    {
+        if (MAC_Rewrite_hook)
+            parse = MAC_Rewrite_hook(parse);
+    }
+    else if (MacForeignKeyAction_hook)
+        parse = MacForeignKeyAction_hook(parse);
 
     if (prev_planner)
         result = prev_planner(parse, query_string, cursorOptions, boundParams);

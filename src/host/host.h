@@ -36,6 +36,9 @@ typedef void (*SyncMacSession_hook_type)(bool release_snapshots);
 /* Rewrites a query tree (after PostgreSQL's rewriter) before it is planned. */
 typedef Query *(*MAC_Rewrite_hook_type)(Query *query);
 
+/* Rewrites a query a foreign key's referential action runs, before it is planned. */
+typedef Query *(*MacForeignKeyAction_hook_type)(Query *query);
+
 /* Whether the planner must not inline a function (its body is filtered); its pg_proc row. */
 typedef bool (*MacFunctionNotInlinable_hook_type)(HeapTuple proctup);
 
@@ -57,6 +60,7 @@ extern PGDLLEXPORT MacNeedCheckPermisition_hook_type MacNeedCheckPermisition_hoo
 extern PGDLLEXPORT MacCreateExtensionProcess_hook_type MacCreateExtensionProcess_hook;
 extern PGDLLEXPORT SyncMacSession_hook_type SyncMacSession_hook;
 extern PGDLLEXPORT MAC_Rewrite_hook_type MAC_Rewrite_hook;
+extern PGDLLEXPORT MacForeignKeyAction_hook_type MacForeignKeyAction_hook;
 extern PGDLLEXPORT MacFunctionNotInlinable_hook_type MacFunctionNotInlinable_hook;
 extern PGDLLEXPORT MacHiddenPolicyColumn_hook_type MacHiddenPolicyColumn_hook;
 extern PGDLLEXPORT MacCheckAlterTable_hook_type MacCheckAlterTable_hook;

@@ -138,18 +138,18 @@ SELECT lavrel.drop_user_access('company', 'regress_ref_other');
 SELECT lavrel.set_default_label('company', 'regress_ref_other', 'internal');
 
 -- set_user_privs
-SELECT lavrel.set_user_privs('company', 'regress_ref_user', 'writeup,WRITEACROSS');
+SELECT lavrel.set_user_privs('company', 'regress_ref_user', 'read,writeup,WRITEACROSS');
 SELECT privs FROM authorizations WHERE "user" = 'regress_ref_user'::regrole;
 SELECT lavrel.set_user_privs('company', 'regress_ref_user', 'READ, FULL');
 SELECT lavrel.set_user_privs('company', 'regress_ref_user', 'ALL');
 \c - regress_ref_user
-SELECT id, title, lavrel.label_to_char(clearance) AS label FROM documents ORDER BY id;
+SELECT id, title, lavrel.label_to_char(clearance) AS label FROM documents WHERE id = 2;
 UPDATE documents SET clearance = 210 WHERE id = 2;
 UPDATE documents SET clearance = 310 WHERE id = 2;
 UPDATE documents SET clearance = 210 WHERE id = 2;
-SELECT id, title FROM documents ORDER BY id;
+SELECT id, title, lavrel.label_to_char(clearance) AS label FROM documents WHERE id = 2;
 \c - postgres
-SELECT lavrel.set_user_privs('company', 'regress_ref_user', 'WRITEDOWN');
+SELECT lavrel.set_user_privs('company', 'regress_ref_user', 'READ,WRITEDOWN');
 \c - regress_ref_user
 UPDATE documents SET clearance = 210 WHERE id = 2;
 UPDATE documents SET clearance = 200 WHERE id = 2;

@@ -1,9 +1,10 @@
 --
 -- Changing protected tables.  INSERT may store only labels the session may
--- give (the policy column's default included), UPDATE and DELETE may reach
--- only rows the session may write (one row it may not write fails the whole
--- statement), and a label may change only as the session's privileges
--- allow.  Every user works in a connection of his own.
+-- give (the policy column's default included).  UPDATE and DELETE see only
+-- rows the session may read; among those, every row their conditions
+-- select must be writable (one that is not fails the whole statement).  A
+-- label may change only as the session's privileges allow.  Every user
+-- works in a connection of his own.
 --
 CREATE EXTENSION lavrel;
 \i sql/include/try_stmt.sql
@@ -64,25 +65,21 @@ SELECT lavrel.set_user_privs('p1', 'regress_fm_ivan', 'FULL');
 SELECT lavrel.set_user_labels('p2', 'regress_fm_alice', 'x', 'x', 'x', 'x', 'x');
 -- kate, frank, gina and hank: max read and write high:a,b, min write,
 -- default and row label mid.  They write and give mid, mid:a, mid:b, high,
--- high:a and high:a,b.  frank holds WRITEUP, gina WRITEDOWN, hank
--- WRITEACROSS.  erin has no authorization.
+-- high:a and high:a,b, and READ lets them read every row they change.
+-- frank holds WRITEUP too, gina WRITEDOWN, hank WRITEACROSS.  erin has no
+-- authorization.
 SELECT lavrel.set_user_labels('p1', u, 'high:a,b', 'high:a,b', 'mid', 'mid', 'mid')
   FROM unnest(ARRAY['regress_fm_kate', 'regress_fm_frank', 'regress_fm_gina',
                     'regress_fm_hank']) AS u;
-SELECT lavrel.set_user_privs('p1', 'regress_fm_frank', 'WRITEUP');
-SELECT lavrel.set_user_privs('p1', 'regress_fm_gina', 'WRITEDOWN');
-SELECT lavrel.set_user_privs('p1', 'regress_fm_hank', 'WRITEACROSS');
+SELECT lavrel.set_user_privs('p1', 'regress_fm_kate', 'READ');
+SELECT lavrel.set_user_privs('p1', 'regress_fm_frank', 'READ,WRITEUP');
+SELECT lavrel.set_user_privs('p1', 'regress_fm_gina', 'READ,WRITEDOWN');
+SELECT lavrel.set_user_privs('p1', 'regress_fm_hank', 'READ,WRITEACROSS');
 
 -- ---------------------------------------------------------------------
 -- alice: no privileges
 -- ---------------------------------------------------------------------
 \c - regress_fm_alice
--- An UPDATE or DELETE fails as soon as its scan meets a row alice may not
--- write.  The statements below that are to succeed name their rows by the
--- primary key, which PostgreSQL applies as an index condition before the
--- label filter; enable_seqscan off keeps the small table from being
--- scanned whole instead.
-SET enable_seqscan = off;
 
 -- INSERT without the policy column: the default is her row label, mid:a,
 -- and it still passes the insert check.
@@ -103,33 +100,37 @@ SELECT stmt, try_stmt(stmt) FROM (VALUES
 
 -- UPDATE of a row at mid:a, with RETURNING.
 UPDATE acct SET body = 'mid:a, by alice' WHERE id = 4 RETURNING *;
--- A row at high:a she may write without reading it.
+-- A row at high:a she may write but not read is invisible: UPDATE 0.
 UPDATE acct SET body = 'high:a, by alice' WHERE id = 9;
--- Rows she may not write, though she may read the first two: low, mid,
--- high:a,b,c, no label; and the whole table.
+-- Rows she reads but may not write are refused (low, mid, and the whole
+-- table, which holds them); rows she may not read (high:a,b,c, no label)
+-- are not there for her: nothing happens.
 SELECT stmt, try_stmt(stmt) FROM (VALUES
     ($$UPDATE acct SET body = 'refused' WHERE id = 1$$),
     ($$UPDATE acct SET body = 'refused' WHERE id = 3$$),
     ($$UPDATE acct SET body = 'refused' WHERE id = 11$$),
     ($$UPDATE acct SET body = 'refused' WHERE id = 12$$),
     ($$UPDATE acct SET body = 'refused'$$)) AS v(stmt);
--- The write filter, with the range clauses, filters the rows the index
--- finds; an UPDATE of the policy column checks the new label against the
--- row's current one.
-EXPLAIN (COSTS OFF) UPDATE acct SET body = 'x' WHERE id = 4;
+-- The read filter, with the range clauses, filters the rows the index
+-- finds; the write check comes last, in the target list; an UPDATE of the
+-- policy column checks the new label against the row's current one, once
+-- the write check accepted that.
+EXPLAIN (VERBOSE, COSTS OFF) UPDATE acct SET body = 'x' WHERE id = 4;
 EXPLAIN (VERBOSE, COSTS OFF) UPDATE acct SET p1_label = 31 WHERE id = 4;
 -- Keeping the label passes; raising mid:a to high:a needs WRITEUP, though
 -- both lie in her write range.
 UPDATE acct SET p1_label = p1_label WHERE id = 4 RETURNING id, p1_label;
 SELECT try_stmt($$UPDATE acct SET p1_label = 31 WHERE id = 4$$);
 
--- DELETE of a row at mid:a, with RETURNING; of rows she may not write.
+-- DELETE of a row at mid:a, with RETURNING; of rows she reads but may not
+-- write (one of them fails the statement, row 6 stays); of a row she may
+-- not read (nothing happens).
 DELETE FROM acct WHERE id = 5 RETURNING *;
 SELECT stmt, try_stmt(stmt) FROM (VALUES
     ($$DELETE FROM acct WHERE id = 1$$),
-    ($$DELETE FROM acct WHERE id = 10$$),
-    ($$DELETE FROM acct WHERE id IN (6, 12)$$),
-    ($$DELETE FROM acct$$)) AS v(stmt);
+    ($$DELETE FROM acct WHERE id IN (6, 3)$$),
+    ($$DELETE FROM acct$$),
+    ($$DELETE FROM acct WHERE id = 10$$)) AS v(stmt);
 
 -- Data-modifying CTEs: the same checks.
 WITH d AS (DELETE FROM acct WHERE id = 6 RETURNING *)
@@ -159,6 +160,7 @@ RETURNING *;
 SELECT * FROM acct ORDER BY id;
 
 -- dual: each policy checks its own column.  Her defaults are mid:a and x.
+-- Row 2 (y under p2) she may not read, row 3 (low) not write.
 INSERT INTO dual (id, body) VALUES (4, 'alice, default') RETURNING *;
 UPDATE dual SET body = 'mid:a x, by alice' WHERE id = 1 RETURNING *;
 SELECT stmt, try_stmt(stmt) FROM (VALUES
@@ -176,9 +178,9 @@ SELECT * FROM dual ORDER BY id;
 -- ---------------------------------------------------------------------
 -- Label changes
 -- ---------------------------------------------------------------------
--- kate: no privileges.  Only an unchanged label passes.
+-- kate: READ, no privilege that changes labels.  Only an unchanged label
+-- passes.
 \c - regress_fm_kate
-SET enable_seqscan = off;
 UPDATE moves SET p1_label = 20 WHERE id = 1;
 SELECT stmt, try_stmt(stmt) FROM (VALUES
     ($$UPDATE moves SET p1_label = 30 WHERE id = 1$$),
@@ -187,7 +189,6 @@ SELECT stmt, try_stmt(stmt) FROM (VALUES
 
 -- frank: WRITEUP raises the level when the compartments stay.
 \c - regress_fm_frank
-SET enable_seqscan = off;
 UPDATE moves SET p1_label = 30 WHERE id = 11;
 UPDATE moves SET p1_label = 31 WHERE id = 12;
 SELECT stmt, try_stmt(stmt) FROM (VALUES
@@ -197,7 +198,6 @@ SELECT stmt, try_stmt(stmt) FROM (VALUES
 -- gina: WRITEDOWN lowers the level when the compartments stay, but not
 -- below her min write label.
 \c - regress_fm_gina
-SET enable_seqscan = off;
 UPDATE moves SET p1_label = 20 WHERE id = 21;
 UPDATE moves SET p1_label = 21 WHERE id = 22;
 SELECT stmt, try_stmt(stmt) FROM (VALUES
@@ -207,7 +207,6 @@ SELECT stmt, try_stmt(stmt) FROM (VALUES
 
 -- hank: WRITEACROSS changes the compartments when the level stays.
 \c - regress_fm_hank
-SET enable_seqscan = off;
 UPDATE moves SET p1_label = 22 WHERE id = 31;
 UPDATE moves SET p1_label = 21 WHERE id = 32;
 UPDATE moves SET p1_label = 31 WHERE id = 33;
@@ -222,14 +221,13 @@ UPDATE moves SET p1_label = NULL WHERE id = 42;
 UPDATE moves SET p1_label = 5 WHERE id = 43;
 UPDATE moves SET p1_label = 21 WHERE id = 44;
 INSERT INTO moves VALUES (45, 'ivan', 35), (46, 'ivan', NULL) RETURNING *;
--- FULL brings no range clauses, only the write filter.
+-- FULL brings no range clauses, only read_mediation.
 EXPLAIN (COSTS OFF) DELETE FROM moves WHERE owner = 'ivan';
 DELETE FROM moves WHERE owner = 'ivan' AND (p1_label IS NULL OR p1_label = 35) RETURNING *;
 
 -- jill: READ lets her read every row, but writes and labels stay within
 -- her write range.
 \c - regress_fm_jill
-SET enable_seqscan = off;
 SELECT * FROM moves ORDER BY id;
 UPDATE moves SET owner = 'jill, again' WHERE id = 51 RETURNING *;
 SELECT stmt, try_stmt(stmt) FROM (VALUES
@@ -239,7 +237,8 @@ SELECT stmt, try_stmt(stmt) FROM (VALUES
     ($$INSERT INTO moves VALUES (52, 'refused', NULL)$$)) AS v(stmt);
 
 -- erin: no authorization.  The default label cannot be computed (0, with a
--- warning), and the insert check refuses it; she writes nothing.
+-- warning), and the insert check refuses it; she reads no row, so UPDATE
+-- and DELETE find nothing: she writes nothing.
 \c - regress_fm_erin
 SELECT try_stmt($$INSERT INTO moves (id, owner) VALUES (61, 'refused')$$);
 SELECT stmt, try_stmt(stmt) FROM (VALUES

@@ -1,8 +1,8 @@
 --
--- A session may write labels above those it reads.  What RETURNING shows of
--- a written row must still be readable, so UPDATE, DELETE and INSERT ... ON
--- CONFLICT DO UPDATE with RETURNING leave rows the session may not read
--- alone; without RETURNING such rows are written blind.
+-- A session may write labels above those it reads, but UPDATE and DELETE
+-- see only the rows it may read, with or without RETURNING: a row above its
+-- read label is never changed, counted or returned.  INSERT ... ON CONFLICT
+-- DO UPDATE that meets such a row fails with the write refusal.
 --
 CREATE EXTENSION lavrel;
 \i sql/include/policies_p1_p2.sql
@@ -32,7 +32,7 @@ DELETE FROM t RETURNING id;
 EXPLAIN (COSTS OFF) DELETE FROM t RETURNING id;
 
 \c - postgres
--- The high:a row was changed only by the write without RETURNING.
+-- The high:a row was never changed.
 SELECT * FROM t ORDER BY id;
 
 SELECT lavrel.drop_policy('p1'), lavrel.drop_policy('p2');

@@ -35,24 +35,25 @@ SELECT EXISTS (SELECT 1 FROM docs WHERE leak(id, p_label) AND title = 'high two'
 EXPLAIN (COSTS OFF) SELECT id FROM docs WHERE leak(id, p_label);
 
 -- ---------------------------------------------------------------------
--- UPDATE and DELETE: the write filter runs before leak.  A scan of the
--- whole table meets the mid rows first, which leak sees, and then the low
--- row 3, which the user may not write: the statement fails there, before
--- leak sees it.
+-- UPDATE and DELETE: the read filter runs before leak, the write check
+-- after it.  leak sees the mid rows and the low row 3, all readable, and
+-- never a high row; row 3, selected by leak but not writable by the user,
+-- then fails the statement.
 -- ---------------------------------------------------------------------
 EXPLAIN (COSTS OFF) UPDATE docs SET title = title || '!' WHERE leak(id, p_label);
 UPDATE docs SET title = title || '!' WHERE leak(id, p_label);
 DELETE FROM docs WHERE leak(id, p_label);
 
--- Narrowed by the primary key as an index condition, the scan reaches
--- only the row asked for: a mid row is changed, and leak sees only it.
+-- Narrowed to one mid row, by the primary key or by a plain condition, on
+-- any plan: the row is changed, and leak sees only the rows the scan
+-- reads through the filter.
 SET enable_seqscan = off;
 EXPLAIN (COSTS OFF) UPDATE docs SET title = 'mid two!' WHERE id = 2 AND leak(id, p_label);
 UPDATE docs SET title = 'mid two!' WHERE id = 2 AND leak(id, p_label) RETURNING id, title;
 DELETE FROM docs WHERE id = 1 AND leak(id, p_label) RETURNING id;
--- A low or a high row reached by its key fails the write filter, and leak
--- never sees it.  (The error tells that row 4 exists, as a unique key
--- would; a key without a row changes nothing.)
+-- The low row reached by its key is refused after leak saw it; the high
+-- row is not there for the user: leak never sees it and nothing happens,
+-- as for a key without a row.
 UPDATE docs SET title = 'x' WHERE id = 3 AND leak(id, p_label);
 DELETE FROM docs WHERE id = 4 AND leak(id, p_label);
 UPDATE docs SET title = 'x' WHERE id = 99 AND leak(id, p_label);
