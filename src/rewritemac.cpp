@@ -7,17 +7,16 @@
  * MAC_Rewrite runs on the query tree after PostgreSQL's rewriter (views,
  * rules and the defaults of omitted INSERT columns are expanded), before
  * the planner.  For each protected table:
- *   - a table that is only read becomes a security-barrier subquery over
- *     the table, filtered by read_mediation (and, for sessions without READ
- *     or FULL, by label-id range clauses an index on the policy column can
- *     use); a non-leakproof function the user wrote never sees a row the
- *     filter drops;
- *   - the target of UPDATE and DELETE gets the same read filter as a
- *     security qual, so rows the session may not read are invisible to
- *     the statement and to every condition of the user; among the rows its
- *     conditions select, each must be writable: write_mediation runs in the
- *     statement's target list, which the executor evaluates only for rows
- *     that passed every qual and join, whatever the plan;
+ *   - every reference to the table, the target of UPDATE and DELETE
+ *     included, gets the read filter as a security qual: read_mediation
+ *     and, for sessions without READ or FULL, label-id range clauses an
+ *     index on the policy column can use.  Rows the session may not read
+ *     are invisible to the statement, and a non-leakproof function the
+ *     user wrote never sees them;
+ *   - among the rows UPDATE and DELETE select, each must be writable:
+ *     write_mediation runs in the statement's target list, which the
+ *     executor evaluates only for rows that passed every qual and join,
+ *     whatever the plan;
  *   - a policy column stored by INSERT or UPDATE passes through
  *     label_insert or label_update.
  * INSERT ... ON CONFLICT DO UPDATE refuses to change an existing row the
@@ -85,9 +84,11 @@ int4_le(Oid op, Expr *left, Expr *right)
 
 /*
  * The label-id range clauses of one policy:
- *   min <= max AND c <= max AND min <= c
+ *   c <= max AND min <= c
  * with min and max the session's lowest and highest readable label ids.
- * They let an index on the policy column narrow the scan.
+ * They let an index on the policy column narrow the scan.  (min <= max is
+ * implied by them; as part of a security qual the planner would evaluate
+ * it on every row, not once.)
  */
 static List *
 MAC_Append_Label_Filter(Oid policy_id, Oid relid, int varno)
@@ -98,7 +99,7 @@ MAC_Append_Label_Filter(Oid policy_id, Oid relid, int varno)
     Expr       *max = (Expr *) mediation_call(PolicyMaxLabelIdProc, INT4OID, list_make1(policy));
     Expr       *column = (Expr *) policy_column_var(policy_id, relid, varno);
 
-    return list_make3(int4_le(le, min, max), int4_le(le, column, max), int4_le(le, min, column));
+    return list_make2(int4_le(le, column, max), int4_le(le, min, column));
 }
 
 namespace {
@@ -208,251 +209,15 @@ read_write_check(Oid relid, int varno)
     return checks != NIL ? make_ands_explicit(checks) : NULL;
 }
 
-/* ---------------------------------------------------------------------
- * A read relation becomes a filtered security-barrier subquery
- * --------------------------------------------------------------------- */
-
-/* The columns of entry `rti` that the query uses at its own level. */
-struct ColumnUse
-{
-    int         rti;
-    int         depth;
-    List       *attnos;         /* distinct attribute numbers, in order of use */
-    Bitmapset  *seen;           /* the same, numbered by column_index */
-};
-
-/* An attribute number, system columns included, as a bitmap member or array index. */
-int
-column_index(AttrNumber attno)
-{
-    return attno - FirstLowInvalidHeapAttributeNumber;
-}
-
-/* Maps each used column of entry `rti` to its place in the subquery. */
-struct ColumnMap
-{
-    int         rti;
-    int         depth;
-    AttrNumber *output;         /* by column_index: output column, 0 if unused */
-    int         size;
-};
-
-bool
-collect_columns(Node *node, ColumnUse *use)
-{
-    if (node == NULL)
-        return false;
-    if (IsA(node, Var))
-    {
-        Var        *var = (Var *) node;
-
-        if (var->varno == use->rti && (int) var->varlevelsup == use->depth &&
-            !bms_is_member(column_index(var->varattno), use->seen))
-        {
-            use->seen = bms_add_member(use->seen, column_index(var->varattno));
-            use->attnos = lappend_int(use->attnos, var->varattno);
-        }
-        return false;
-    }
-    if (IsA(node, Query))
-    {
-        bool        done;
-
-        use->depth++;
-        done = query_tree_walker((Query *) node, MAC_WALKER(collect_columns), use, 0);
-        use->depth--;
-        return done;
-    }
-    return expression_tree_walker(node, MAC_WALKER(collect_columns), use);
-}
-
-/* The map of the columns of entry `rti` to the subquery output columns that carry them. */
-ColumnMap
-make_column_map(int rti, const ColumnUse *use)
-{
-    ColumnMap   map = {rti, -1, NULL, 0};
-    ListCell   *lc;
-
-    map.size = bms_is_empty(use->seen) ? 0 : bms_prev_member(use->seen, -1) + 1;
-    map.output = (AttrNumber *) palloc0(sizeof(AttrNumber) * map.size);
-    foreach(lc, use->attnos)
-        map.output[column_index(lfirst_int(lc))] = (AttrNumber) (foreach_current_index(lc) + 1);
-    return map;
-}
-
-/* The subquery output column that carries column `attno` of the table. */
-AttrNumber
-output_column(const ColumnMap *map, AttrNumber attno)
-{
-    int         index = column_index(attno);
-
-    if (index >= map->size || map->output[index] == 0)
-        elog(ERROR, "column %d was not collected", attno);
-    return map->output[index];
-}
-
-bool
-repoint_columns(Node *node, ColumnMap *map)
-{
-    if (node == NULL)
-        return false;
-    if (IsA(node, Var))
-    {
-        Var        *var = (Var *) node;
-
-        if (var->varno == map->rti && (int) var->varlevelsup == map->depth)
-        {
-            var->varattno = output_column(map, var->varattno);
-            var->varnosyn = var->varno;
-            var->varattnosyn = var->varattno;
-        }
-        return false;
-    }
-    if (IsA(node, Query))
-    {
-        bool        done;
-
-        map->depth++;
-        done = query_tree_walker((Query *) node, MAC_WALKER(repoint_columns), map, 0);
-        map->depth--;
-        return done;
-    }
-    return expression_tree_walker(node, MAC_WALKER(repoint_columns), map);
-}
-
-/* The name a column of `rte` goes by: the user's alias or the table's. */
-char *
-column_name(const RangeTblEntry *rte, AttrNumber attno)
-{
-    if (attno < 1)
-        return NULL;
-    if (rte->alias != NULL && attno <= list_length(rte->alias->colnames))
-        return strVal(list_nth(rte->alias->colnames, attno - 1));
-    return strVal(list_nth(rte->eref->colnames, attno - 1));
-}
-
-/* What an unnamed output column (system column, whole row) is shown as. */
-char *
-display_name(const RangeTblEntry *rte, AttrNumber attno)
-{
-    if (attno < 0)
-        return pstrdup(NameStr(SystemAttributeDefinition(attno)->attname));
-    return pstrdup(rte->eref->aliasname);
-}
-
-/* The subquery's target list: one entry per used column of `table`. */
-List *
-subquery_target_list(const RangeTblEntry *table, List *attnos, List **colnames)
-{
-    List       *tlist = NIL;
-    ListCell   *lc;
-
-    *colnames = NIL;
-    foreach(lc, attnos)
-    {
-        AttrNumber  attno = (AttrNumber) lfirst_int(lc);
-        Oid         type;
-        int32       typmod;
-        Oid         collation;
-        char       *name = column_name(table, attno);
-        Var        *var;
-
-        if (attno == 0)
-            var = makeWholeRowVar((RangeTblEntry *) table, 1, 0, false);
-        else
-        {
-            get_atttypetypmodcoll(table->relid, attno, &type, &typmod, &collation);
-            var = makeVar(1, attno, type, typmod, collation, 0);
-        }
-        tlist = lappend(tlist, makeTargetEntry((Expr *) var, (AttrNumber) list_length(tlist) + 1,
-                                               name, false));
-        *colnames = lappend(*colnames, makeString(name ? pstrdup(name) : display_name(table, attno)));
-    }
-    return tlist;
-}
-
-/* Moves a FOR UPDATE/SHARE mark of entry `rti` onto the subquery's table. */
-void
-move_row_mark(Query *query, int rti, Query *subquery)
-{
-    ListCell   *lc;
-
-    foreach(lc, query->rowMarks)
-    {
-        RowMarkClause *rc = (RowMarkClause *) lfirst(lc);
-
-        if ((int) rc->rti != rti)
-            continue;
-        query->rowMarks = foreach_delete_current(query->rowMarks, lc);
-        rc->rti = 1;
-        subquery->rowMarks = list_make1(rc);
-        subquery->hasForUpdate = true;
-        query->hasForUpdate = query->rowMarks != NIL;
-        return;
-    }
-}
-
-/*
- * Turns the relation entry `rte` (index `rti`) of `query` into a
- * security-barrier subquery that reads the table through `filter` and
- * returns the columns the query uses; the query's variables are re-pointed
- * to the subquery's output columns.  The table's own entry moves into the
- * subquery with its permissions, lock and sampling, so that it is checked,
- * locked and sampled once, on the real table.
- */
-void
-expand_read_relation(Query *query, RangeTblEntry *rte, int rti, Expr *filter)
-{
-    ColumnUse   use = {rti, -1, NIL, NULL};
-    ColumnMap   map;
-    RangeTblEntry *table = (RangeTblEntry *) copyObjectImpl(rte);
-    RangeTblRef *ref = makeNode(RangeTblRef);
-    Query      *subquery = makeNode(Query);
-    List       *colnames;
-
-    collect_columns((Node *) query, &use);
-
-    subquery->commandType = CMD_SELECT;
-    subquery->querySource = query->querySource;
-    subquery->canSetTag = false;
-    subquery->hasSubLinks = checkExprHasSubLink((Node *) filter);
-    subquery->hasRowSecurity = query->hasRowSecurity;
-    subquery->rtable = list_make1(table);
-    ref->rtindex = 1;
-    subquery->jointree = makeFromExpr(list_make1(ref), (Node *) filter);
-    subquery->targetList = subquery_target_list(table, use.attnos, &colnames);
-    move_row_mark(query, rti, subquery);
-
-    map = make_column_map(rti, &use);
-    repoint_columns((Node *) query, &map);
-
-    rte->rtekind = RTE_SUBQUERY;
-    rte->subquery = subquery;
-    rte->security_barrier = true;
-    rte->relid = InvalidOid;
-    rte->relkind = 0;
-    rte->rellockmode = 0;
-    rte->tablesample = NULL;
-    rte->inh = false;
-    rte->requiredPerms = 0;
-    rte->checkAsUser = InvalidOid;
-    rte->selectedCols = NULL;
-    rte->insertedCols = NULL;
-    rte->updatedCols = NULL;
-    rte->extraUpdatedCols = NULL;
-    rte->securityQuals = NIL;
-    rte->eref->colnames = colnames;
-    if (rte->alias != NULL)
-        rte->alias->colnames = NIL;
-}
-
 } // namespace
 
 /*
- * Adds the read filter for the relation entry `rte` at index `rti`: as a
- * security qual of the target of UPDATE and DELETE, as a filtering
- * subquery for any relation that is only read.  INSERT has nothing to
- * filter: its labels are checked by the target-list rule.
+ * Adds the read filter for the relation entry `rte` at index `rti` as a
+ * security qual, as row-level security does: the planner evaluates it
+ * before any condition of the user that is not leakproof, and keeps every
+ * plan node above it (joins, FOR UPDATE, WHERE CURRENT OF) working on the
+ * filtered rows.  INSERT has nothing to filter: its labels are checked by
+ * the target-list rule.
  */
 static void
 MAC_Apply_Access_Rule(Query *query, RangeTblEntry *rte, int rti)
@@ -463,7 +228,7 @@ MAC_Apply_Access_Rule(Query *query, RangeTblEntry *rte, int rti)
     if (query->commandType == CMD_INSERT)
         return;
 
-    filter = label_filter(rte->relid, is_result ? rti : 1);
+    filter = label_filter(rte->relid, rti);
     if (filter == NULL)
         return;
 
@@ -473,9 +238,7 @@ MAC_Apply_Access_Rule(Query *query, RangeTblEntry *rte, int rti)
      * then made again when another role runs it.
      */
     query->hasRowSecurity = true;
-    if (!is_result)
-        expand_read_relation(query, rte, rti, filter);
-    else if (query->setOperations != NULL)
+    if (is_result && query->setOperations != NULL)
         ereport(ERROR,
                 (errcode(ERRCODE_FEATURE_NOT_SUPPORTED),
                  errmsg("conditional UNION/INTERSECT/EXCEPT statements are not implemented")));

@@ -92,17 +92,17 @@ SELECT d.id, d.body, u.body AS dual_body
 -- this small may well be scanned whole instead, depending on its
 -- statistics; enable_seqscan off keeps the plans below stable.
 SET enable_seqscan = off;
--- docs is read through a filtering subquery that carries only the columns
--- the query uses: its plan (the Result) returns body and id, and body,
--- used twice, stands there once.
+-- docs is read by its own scan, filtered there as a security qual (as
+-- under row-level security); the scan returns only the columns the query
+-- uses, body and id.
 EXPLAIN (VERBOSE, COSTS OFF)
 SELECT d.body, upper(d.body), o.name FROM docs d, owners o WHERE o.doc_id = d.id;
--- In a JOIN clause the join's own column list names every column of docs;
--- the planner leaves the unused policy column out as a NULL.
+-- In a JOIN clause too the scan returns only the columns used; the policy
+-- column is read by the filter alone.
 EXPLAIN (VERBOSE, COSTS OFF)
 SELECT d.body, o.name FROM docs d JOIN owners o ON o.doc_id = d.id;
--- Without READ or FULL the filter has the label-id range clauses; the
--- one without the column becomes a one-time filter.
+-- Without READ or FULL the filter has the label-id range clauses, which
+-- the label index serves.
 EXPLAIN (COSTS OFF) SELECT id, body FROM docs;
 SELECT id, body FROM docs ORDER BY id;
 RESET enable_seqscan;

@@ -31,7 +31,7 @@ SELECT count(*) FROM docs WHERE id IN (3, 4) AND leak(id, p_label);
 SELECT * FROM (SELECT id FROM docs WHERE leak(id, p_label)) s WHERE id > 4;
 SELECT v.n FROM (VALUES (4), (5)) AS v(n) JOIN docs d ON d.id = v.n WHERE leak(d.id, d.p_label);
 SELECT EXISTS (SELECT 1 FROM docs WHERE leak(id, p_label) AND title = 'high two') AS found;
--- The filter runs below leak, in the security-barrier subquery.
+-- The filter runs before leak: a security qual of the table's scan.
 EXPLAIN (COSTS OFF) SELECT id FROM docs WHERE leak(id, p_label);
 
 -- ---------------------------------------------------------------------
