@@ -33,6 +33,12 @@ LANGUAGE sql STABLE AS $$ SELECT * FROM secrets_view $$;
 -- call of all_secrets, which stays out of line.
 CREATE FUNCTION secrets_again() RETURNS SETOF secrets
 LANGUAGE sql STABLE AS $$ SELECT * FROM all_secrets() $$;
+-- Polymorphic bodies, judged by the relations they name: one reads no
+-- table at all, one reads the protected table.
+CREATE FUNCTION elements(anyarray) RETURNS SETOF anyelement
+LANGUAGE sql STABLE AS $$ SELECT $1[i] FROM generate_subscripts($1, 1) AS i $$;
+CREATE FUNCTION secrets_like(anyelement) RETURNS SETOF secrets
+LANGUAGE sql STABLE AS $$ SELECT * FROM secrets WHERE id::text = $1::text $$;
 -- A view over a function.
 CREATE VIEW secrets_function_view AS SELECT id, info FROM all_secrets();
 GRANT SELECT ON secrets_function_view TO regress_pg15_user;
@@ -78,6 +84,13 @@ EXPLAIN (COSTS OFF) SELECT * FROM all_open_notes();
 SELECT * FROM all_open_notes() ORDER BY id;
 EXPLAIN (COSTS OFF)
 SELECT g, s.id FROM generate_series(1, 3) AS g, LATERAL open_notes_from(g) AS s;
+-- A polymorphic body over no table: inlined as well.
+EXPLAIN (COSTS OFF) SELECT * FROM elements(ARRAY['one', 'two']);
+SELECT * FROM elements(ARRAY['one', 'two']);
+-- One over the protected table: out of line, and filtered.
+EXPLAIN (COSTS OFF) SELECT * FROM secrets_like(3);
+SELECT id, info FROM secrets_like(3);
+SELECT id, info FROM secrets_like(4);
 
 -- ---------------------------------------------------------------------
 -- Protecting a table changes the answer for functions already planned
@@ -93,7 +106,8 @@ SELECT g, s.id FROM generate_series(1, 3) AS g, LATERAL open_notes_from(g) AS s 
 \i sql/include/pg15_drop_policy.sql
 DROP VIEW secrets_function_view;
 DROP FUNCTION all_secrets(), all_open_notes(), secrets_from(int), open_notes_from(int),
-              secret_ids(), secrets_by_view(), secrets_again();
+              secret_ids(), secrets_by_view(), secrets_again(), elements(anyarray),
+              secrets_like(anyelement);
 DROP VIEW secrets_view;
 DROP TABLE secrets, open_notes;
 DROP ROLE regress_pg15_user;
