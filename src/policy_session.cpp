@@ -607,7 +607,13 @@ BuildLabelMediation(Oid policy_id, const MacSessionLabel *s)
  * Synchronisation
  * --------------------------------------------------------------------- */
 
-/* Session labels exist only in user backends with access control on. */
+/*
+ * Session labels exist only in user backends with access control on, and
+ * in the parallel workers of such backends: a worker derives the state
+ * from the catalogs for the leader's user, as the leader did, so that the
+ * views and functions its part of a plan uses are mediated as in the
+ * leader.
+ */
 bool
 session_sync_applies(void)
 {
@@ -618,7 +624,7 @@ session_sync_applies(void)
         return false;
     if (IsAutoVacuumLauncherProcess() || IsAutoVacuumWorkerProcess())
         return false;
-    if (IsBackgroundWorker || am_walsender || IsLogicalLauncher())
+    if ((IsBackgroundWorker && !IsParallelWorker()) || am_walsender || IsLogicalLauncher())
         return false;
     GetUserIdAndContext(&user_id, &security_definer);
     if (!OidIsValid(user_id))

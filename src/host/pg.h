@@ -15,6 +15,7 @@ extern "C" {
 #include "access/genam.h"
 #include "access/heapam.h"
 #include "access/htup_details.h"
+#include "access/parallel.h"
 #include "access/skey.h"
 #include "access/stratnum.h"
 #include "access/table.h"
