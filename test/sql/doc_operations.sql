@@ -71,7 +71,8 @@ SELECT lavrel.generate_default_label_value(1) AS new_rows,
 
 -- EXPLAIN
 EXPLAIN (COSTS OFF) SELECT title FROM documents WHERE id = 2;
-EXPLAIN (COSTS OFF) UPDATE documents SET title = 'chart' WHERE id = 2;
+EXPLAIN (VERBOSE, COSTS OFF) UPDATE documents SET title = 'chart' WHERE id = 2;
+EXPLAIN (VERBOSE, COSTS OFF) UPDATE documents SET clearance = 100 WHERE id = 2;
 EXPLAIN (VERBOSE, COSTS OFF) INSERT INTO documents (id, title) VALUES (4, 'memo');
 EXPLAIN (COSTS OFF, ANALYZE, TIMING OFF, SUMMARY OFF) SELECT title FROM documents;
 \c - postgres

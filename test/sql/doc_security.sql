@@ -75,7 +75,7 @@ INSERT INTO documents VALUES (7, 'sales memo, v3', 210)
 MERGE INTO documents d USING (VALUES (7, 'sales memo, v4')) AS v(id, title)
    ON d.id = v.id WHEN MATCHED THEN UPDATE SET title = v.title;
 
--- The scan meets a row
+-- The conditions decide, whatever the plan
 \c - postgres
 CREATE TABLE notes (id int, body text);
 SELECT lavrel.apply_table_policy('company', 'public', 'notes');
@@ -83,8 +83,10 @@ INSERT INTO notes VALUES (1, 'public note', 100), (2, 'sales note', 210);
 GRANT SELECT, UPDATE ON notes TO regress_sec_bob;
 \c - regress_sec_bob
 SELECT * FROM notes;
-UPDATE notes SET body = 'sales note, v2' WHERE id = 2;
-EXPLAIN (COSTS OFF) UPDATE notes SET body = 'sales note, v2' WHERE id = 2;
+UPDATE notes SET body = 'sales note, v2' WHERE id = 2 RETURNING *;
+UPDATE notes SET body = body || ' (checked)';
+SELECT * FROM notes;
+EXPLAIN (VERBOSE, COSTS OFF) UPDATE notes SET body = 'sales note, v3' WHERE id = 2;
 
 -- COPY
 COPY documents TO STDOUT;
@@ -120,6 +122,20 @@ GRANT SELECT, INSERT ON comments TO regress_sec_bob;
 \c - regress_sec_bob
 INSERT INTO comments VALUES (5, 'about the merger');
 INSERT INTO comments VALUES (99, 'about nothing');
+\c - postgres
+CREATE TABLE attachments (doc_id int REFERENCES documents ON DELETE CASCADE, name text);
+SELECT lavrel.apply_table_policy('company', 'public', 'attachments');
+INSERT INTO documents VALUES (14, 'price list', 200);
+INSERT INTO attachments VALUES (14, 'prices', 200), (14, 'prices, flyer', 100),
+                               (14, 'prices, margins', 310);
+\c - regress_sec_dave
+DELETE FROM documents WHERE id = 14;
+\c - postgres
+DELETE FROM attachments WHERE name = 'prices, flyer';
+\c - regress_sec_dave
+DELETE FROM documents WHERE id = 14;
+\c - postgres
+SELECT count(*) FROM attachments;
 
 -- Refused statements
 \c - postgres
@@ -152,17 +168,21 @@ UPDATE lavrel.lavrel_user SET user_privs = 0
 SELECT * FROM documents WHERE id = 5;
 INSERT INTO documents VALUES (5, 'mine', 210);
 INSERT INTO documents VALUES (5, 'mine', 210) ON CONFLICT DO NOTHING;
+INSERT INTO documents VALUES (5, 'mine', 210)
+    ON CONFLICT (id) DO UPDATE SET title = excluded.title;
 UPDATE documents SET title = 'mine' WHERE id = 5;
 UPDATE documents SET title = 'mine' WHERE id = 55;
 \set QUIET on
 
--- Channels: blind writes and row counts
+-- Channels: writing up, and row counts
 \c - regress_sec_dave
 \set QUIET off
 SELECT id, title FROM documents ORDER BY id;
-UPDATE documents SET title = title || ' (checked)' WHERE id IN (3, 5);
-UPDATE documents SET title = title || ' (checked)' WHERE id IN (3, 5) RETURNING id;
+UPDATE documents SET title = title || ' (checked)' WHERE id IN (2, 3, 5) RETURNING id;
 DELETE FROM documents WHERE id = 6;
+INSERT INTO documents VALUES (8, 'merger memo', 310);
+SELECT id, title FROM documents WHERE id = 8;
+DELETE FROM documents WHERE id = 8;
 \set QUIET on
 \c - postgres
 SELECT id, title FROM documents WHERE id >= 3 ORDER BY id;
@@ -231,7 +251,7 @@ SELECT count(*) AS enforcements,
 
 -- Clean up.
 SELECT lavrel.drop_policy('company'), lavrel.drop_policy('projects');
-DROP TABLE comments, documents, notes, tasks;
+DROP TABLE attachments, comments, documents, notes, tasks;
 DROP FUNCTION count_documents(), raise_label(), try_stmt(text);
 DROP ROLE regress_sec_bob, regress_sec_dave, regress_sec_super, regress_sec_owner;
 \i sql/include/drop_lavrel.sql
