@@ -341,6 +341,13 @@ BEGIN
     IF (SELECT oid FROM pg_roles WHERE rolname = current_user) <> 10 THEN
         RAISE EXCEPTION 'permission denied to sync object names' USING ERRCODE = '42501';
     END IF;
+    -- Refused where every write is (a hot standby included), and in turn
+    -- with the module's own writers of the catalogs, which take this lock.
+    IF current_setting('transaction_read_only')::boolean THEN
+        RAISE EXCEPTION 'cannot execute sync_object_names() in a read-only transaction'
+            USING ERRCODE = '25006';
+    END IF;
+    LOCK TABLE lavrel.lavrel_policy IN SHARE ROW EXCLUSIVE MODE;
 
     IF EXISTS (SELECT FROM lavrel.lavrel_object_names WHERE origin <> here) THEN
         -- Until the catalogs point at the right objects, nothing may be

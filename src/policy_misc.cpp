@@ -35,6 +35,23 @@ MacPermissionCheck(const char *action)
                  errmsg("permission denied to %s", action)));
 }
 
+/*
+ * In a read-only transaction (and so on a hot standby) the change is
+ * refused as PostgreSQL refuses every write there, naming the SQL function.
+ * Otherwise the caller waits until no other transaction is changing the
+ * catalogs: SHARE ROW EXCLUSIVE conflicts with itself and not with the
+ * ACCESS SHARE of readers, so writers take turns, each to the end of its
+ * transaction, and queries go on.  A writer that waited then reads, under
+ * the latest snapshot, what the one before it committed.
+ */
+void
+MacCatalogChangeCheck(FunctionCallInfo fcinfo, const char *action)
+{
+    MacPermissionCheck(action);
+    PreventCommandIfReadOnly(psprintf("%s()", get_func_name(fcinfo->flinfo->fn_oid)));
+    LockRelationOid(MacPolicyRelationId, ShareRowExclusiveLock);
+}
+
 void
 RaiseNullArgException(const char *what)
 {
