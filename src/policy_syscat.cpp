@@ -3,7 +3,8 @@
  *    Every read of the lavrel catalog tables, and the scan helpers that
  *    the writers elsewhere in the module use too.
  *
- * The catalogs are small, ordinary tables without indexes.  Each lookup is a
+ * The catalogs are small, ordinary tables; the writers' catalog-tuple calls
+ * keep their unique indexes, which no lookup needs.  Each lookup is a
  * sequential scan with equality scan keys under the latest snapshot, so it
  * sees everything committed so far and the caller's own earlier changes once
  * a command-counter increment has made them visible.  Nothing is cached
