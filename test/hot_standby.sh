@@ -12,28 +12,12 @@ set -euo pipefail
 . "$(dirname "$0")/../scripts/lib.sh"
 cd "$LAVREL_ROOT/test"
 
-checks=0
-failed=0
 
 standby_stop() {
     [ -n "${STANDBY_DIR:-}" ] || return 0
     runuser -u postgres -- "$PG_BIN/pg_ctl" -D "$STANDBY_DIR" -m fast -w stop >/dev/null 2>&1 || true
 }
 trap 'standby_stop; lavrel_cluster_stop' EXIT
-
-# check DESCRIPTION COMMAND...: one test line for the command's success.
-check() {
-    local description=$1 output
-    shift
-    checks=$((checks + 1))
-    if output=$("$@" 2>&1); then
-        echo "ok $checks - $description"
-    else
-        echo "not ok $checks - $description"
-        printf '%s\n' "$output" | sed 's/^/# /'
-        failed=1
-    fi
-}
 
 # on PORT [psql options...]: psql on the server at PORT, unaligned, no headers.
 on() {
@@ -108,13 +92,13 @@ echo "port = $STANDBY_PORT" >>"$STANDBY_DIR/postgresql.conf"
 runuser -u postgres -- "$PG_BIN/pg_ctl" -D "$STANDBY_DIR" -l "$LAVREL_CLUSTER_DIR/standby.log" \
     -w -t 60 start >/dev/null
 
-check "the standby is in recovery, and its transactions are read-only" \
+lavrel_check "the standby is in recovery, and its transactions are read-only" \
     no_rows "$STANDBY_PORT" "SELECT 'not in recovery' WHERE NOT pg_is_in_recovery()
                              UNION ALL SELECT 'read-write' WHERE NOT current_setting('transaction_read_only')::boolean"
 
 # A call whose outcome is not the read-only refusal naming its function is
 # shown.
-check "every administrative function is refused with 25006, naming itself" \
+lavrel_check "every administrative function is refused with 25006, naming itself" \
     no_rows "$STANDBY_PORT" "
         SELECT call, outcome FROM (SELECT call, try_stmt('SELECT lavrel.' || call) FROM calls) c(call, outcome)
          WHERE outcome IS DISTINCT FROM
@@ -122,14 +106,14 @@ check "every administrative function is refused with 25006, naming itself" \
         UNION ALL
         SELECT 'only ' || count(*) || ' calls', '' FROM calls HAVING count(*) <> 27"
 
-check "a user reads the same rows of a protected table as on the primary" \
+lavrel_check "a user reads the same rows of a protected table as on the primary" \
     same_answer "SELECT id, title, p_col FROM docs ORDER BY id" -U regress_standby_user
-check "the administrator, with FULL, reads every row as on the primary" \
+lavrel_check "the administrator, with FULL, reads every row as on the primary" \
     same_answer "SELECT id, title, p_col FROM docs ORDER BY id"
-check "label conversions answer as on the primary" \
+lavrel_check "label conversions answer as on the primary" \
     same_answer "SELECT lavrel.char_to_label('p', 'high'), lavrel.label_to_char(10)"
-check "the session label functions work on the standby" \
+lavrel_check "the session label functions work on the standby" \
     same_answer "SELECT lavrel.set_session_label('p', 'low');
                  SELECT read_label FROM lavrel.show_session_labels();
                  SELECT id FROM docs ORDER BY id"
-exit "$failed"
+exit "$LAVREL_CHECK_FAILED"
