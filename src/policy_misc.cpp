@@ -1,9 +1,11 @@
 /*
  * policy_misc.cpp
  *    The frame every SQL-callable function of lavrel opens with: the
- *    administrator check and the checks that turn each SQL argument into a
- *    plain value.  Also the test that a table may be protected, and the
- *    conversion of compartment sets to and from their catalog form.
+ *    administrator check (and, before a change of the catalogs, the
+ *    read-only refusal and the wait for the other writers) and the checks
+ *    that turn each SQL argument into a plain value.  Also the test that a
+ *    table may be protected, and the conversion of compartment sets to and
+ *    from their catalog form.
  *
  * Argument checks take the null flag and the value exactly as the function
  * manager delivers them (MAC_ARG(n)), refuse nulls with "%s can not be
