@@ -129,3 +129,22 @@ lavrel_cluster_stop() {
     rm -rf "$LAVREL_CLUSTER_DIR"
     LAVREL_CLUSTER_DIR=
 }
+
+# lavrel_check DESCRIPTION COMMAND...: for the suites that print TAP lines
+# (test/dump_restore.sh, test/hot_standby.sh): runs the command and prints
+# "ok N - DESCRIPTION", or "not ok N - DESCRIPTION" and what the command
+# printed as "#" lines, and then sets LAVREL_CHECK_FAILED to 1.
+LAVREL_CHECKS=0
+LAVREL_CHECK_FAILED=0
+lavrel_check() {
+    local description=$1 output
+    shift
+    LAVREL_CHECKS=$((LAVREL_CHECKS + 1))
+    if output=$("$@" 2>&1); then
+        echo "ok $LAVREL_CHECKS - $description"
+    else
+        echo "not ok $LAVREL_CHECKS - $description"
+        printf '%s\n' "$output" | sed 's/^/# /'
+        LAVREL_CHECK_FAILED=1
+    fi
+}

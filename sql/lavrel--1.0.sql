@@ -4,7 +4,11 @@
 
 -- ---------------------------------------------------------------------
 -- Catalog tables.  The module addresses columns by position: keep the
--- order.  Uniqueness is checked by the module's writers.
+-- order.  The module's writers check each key before they write, one
+-- transaction at a time; the unique indexes of the keys stand behind them.
+-- lavrel_obj has no key (an object may carry several labels), and the
+-- level and compartments of a label, unique within its policy, have no
+-- index (int2vector has no btree operator class).
 -- ---------------------------------------------------------------------
 
 CREATE SEQUENCE lavrel.lavrel_policy_oid_seq
@@ -15,21 +19,28 @@ CREATE TABLE lavrel.lavrel_policy (
     policy_name       name    NOT NULL,
     policy_col_name   name    NOT NULL,
     policy_col_hidden boolean NOT NULL,
-    policy_enable     boolean NOT NULL
+    policy_enable     boolean NOT NULL,
+    PRIMARY KEY (policy_oid),
+    UNIQUE (policy_name),
+    UNIQUE (policy_col_name)
 );
 
 CREATE TABLE lavrel.lavrel_level (
     policy_oid      oid      NOT NULL,
     level_id        smallint NOT NULL,
     level_name      name     NOT NULL,
-    level_name_copy name     NOT NULL
+    level_name_copy name     NOT NULL,
+    PRIMARY KEY (policy_oid, level_id),
+    UNIQUE (policy_oid, level_name)
 );
 
 CREATE TABLE lavrel.lavrel_compartment (
     policy_oid            oid      NOT NULL,
     compartment_id        smallint NOT NULL,
     compartment_name      name     NOT NULL,
-    compartment_name_copy name     NOT NULL
+    compartment_name_copy name     NOT NULL,
+    PRIMARY KEY (policy_oid, compartment_id),
+    UNIQUE (policy_oid, compartment_name)
 );
 
 CREATE TABLE lavrel.lavrel_label (
@@ -37,12 +48,14 @@ CREATE TABLE lavrel.lavrel_label (
     policy_oid     oid        NOT NULL,
     level_id       smallint   NOT NULL,
     compartments   int2vector NOT NULL,
-    label_reserved text
+    label_reserved text,
+    PRIMARY KEY (label_id)          -- over all policies
 );
 
 CREATE TABLE lavrel.lavrel_policy_enforcement (
     policy_oid   oid NOT NULL,
-    relation_oid oid NOT NULL
+    relation_oid oid NOT NULL,
+    PRIMARY KEY (policy_oid, relation_oid)
 );
 
 CREATE TABLE lavrel.lavrel_user (
@@ -57,7 +70,8 @@ CREATE TABLE lavrel.lavrel_user (
     max_write_comps int2vector NOT NULL,
     def_comps       int2vector NOT NULL,
     row_comps       int2vector NOT NULL,
-    min_write_comps int2vector NOT NULL
+    min_write_comps int2vector NOT NULL,
+    PRIMARY KEY (user_oid, policy_oid)
 );
 
 CREATE TABLE lavrel.lavrel_obj (
@@ -306,7 +320,8 @@ LANGUAGE C STABLE PARALLEL RESTRICTED;
 -- objects that the catalogs refer to in lavrel_object_names.  Run in a
 -- database restored from that dump (its rows then come from another
 -- database), it first points the catalogs at the objects of those names,
--- all in one statement so that oids swapped between objects stay apart.
+-- reading every old oid before it writes a new one, so that oids swapped
+-- between objects stay apart.
 -- Returns the number of objects whose oid changed.
 -- ---------------------------------------------------------------------
 
@@ -317,13 +332,22 @@ DECLARE
                         FROM pg_control_system() s, pg_extension e
                        WHERE e.extname = 'lavrel');
     mac_on   boolean := current_setting('lavrel.enable_mac')::boolean;
-    relinked bigint;
+    users    lavrel.lavrel_user[];
+    tables   lavrel.lavrel_policy_enforcement[];
+    objects  lavrel.lavrel_obj[];
     moved    integer := 0;
     culprit  record;
 BEGIN
     IF (SELECT oid FROM pg_roles WHERE rolname = current_user) <> 10 THEN
         RAISE EXCEPTION 'permission denied to sync object names' USING ERRCODE = '42501';
     END IF;
+    -- Refused where every write is (a hot standby included), and in turn
+    -- with the module's own writers of the catalogs, which take this lock.
+    IF current_setting('transaction_read_only')::boolean THEN
+        RAISE EXCEPTION 'cannot execute sync_object_names() in a read-only transaction'
+            USING ERRCODE = '25006';
+    END IF;
+    LOCK TABLE lavrel.lavrel_policy IN SHARE ROW EXCLUSIVE MODE;
 
     IF EXISTS (SELECT FROM lavrel.lavrel_object_names WHERE origin <> here) THEN
         -- Until the catalogs point at the right objects, nothing may be
@@ -332,39 +356,50 @@ BEGIN
             RAISE EXCEPTION 'set lavrel.enable_mac to off before syncing a restored database'
                 USING ERRCODE = '55000';
         END IF;
+        -- The rows with their objects' new oids are all put together
+        -- before any old row goes: changed one row at a time, two rows
+        -- whose oids the restore swapped would collide in the unique
+        -- indexes.
         WITH resolved AS (
             SELECT classid, objid AS old_oid,
                    (pg_get_object_address(object_type, object_names, object_args)).objid AS new_oid
               FROM lavrel.lavrel_object_names WHERE origin <> here
-        ), users AS (
-            UPDATE lavrel.lavrel_user c SET user_oid = r.new_oid FROM resolved r
-             WHERE r.classid = 'pg_authid'::regclass AND r.old_oid = c.user_oid
-            RETURNING 1
-        ), tables AS (
-            UPDATE lavrel.lavrel_policy_enforcement c SET relation_oid = r.new_oid FROM resolved r
-             WHERE r.classid = 'pg_class'::regclass AND r.old_oid = c.relation_oid
-            RETURNING 1
-        ), objects AS (
-            UPDATE lavrel.lavrel_obj c SET obj_namespace = n.new_oid, obj_oid = r.new_oid
-              FROM resolved n, resolved r
-             WHERE n.classid = 'pg_namespace'::regclass AND n.old_oid = c.obj_namespace
-               AND r.classid = CASE WHEN c.obj_type ILIKE 'view' THEN 'pg_class'::regclass
-                                    ELSE 'pg_proc'::regclass END
-               AND r.old_oid = c.obj_oid
-            RETURNING 1
         )
-        SELECT (SELECT count(*) FROM users) + (SELECT count(*) FROM tables) +
-               (SELECT count(*) FROM objects),
+        SELECT array(SELECT jsonb_populate_record(c, jsonb_build_object('user_oid', r.new_oid))
+                       FROM lavrel.lavrel_user c JOIN resolved r
+                         ON r.classid = 'pg_authid'::regclass AND r.old_oid = c.user_oid
+                      ORDER BY c.ctid),
+               array(SELECT jsonb_populate_record(c, jsonb_build_object('relation_oid', r.new_oid))
+                       FROM lavrel.lavrel_policy_enforcement c JOIN resolved r
+                         ON r.classid = 'pg_class'::regclass AND r.old_oid = c.relation_oid
+                      ORDER BY c.ctid),
+               array(SELECT jsonb_populate_record(c, jsonb_build_object('obj_namespace', n.new_oid,
+                                                                        'obj_oid', r.new_oid))
+                       FROM lavrel.lavrel_obj c
+                       JOIN resolved n
+                         ON n.classid = 'pg_namespace'::regclass AND n.old_oid = c.obj_namespace
+                       JOIN resolved r
+                         ON r.classid = CASE WHEN c.obj_type ILIKE 'view' THEN 'pg_class'::regclass
+                                             ELSE 'pg_proc'::regclass END
+                        AND r.old_oid = c.obj_oid
+                      ORDER BY c.ctid),
                (SELECT count(*) FROM resolved
                  WHERE old_oid <> new_oid AND classid <> 'pg_extension'::regclass)
-          INTO relinked, moved;
-        IF relinked <> (SELECT count(*) FROM lavrel.lavrel_user) +
-                       (SELECT count(*) FROM lavrel.lavrel_policy_enforcement) +
-                       (SELECT count(*) FROM lavrel.lavrel_obj) THEN
+          INTO users, tables, objects, moved;
+        IF cardinality(users) + cardinality(tables) + cardinality(objects) <>
+           (SELECT count(*) FROM lavrel.lavrel_user) +
+           (SELECT count(*) FROM lavrel.lavrel_policy_enforcement) +
+           (SELECT count(*) FROM lavrel.lavrel_obj) THEN
             RAISE EXCEPTION 'the dump holds no name for some objects that lavrel refers to'
                 USING ERRCODE = '55000',
                       HINT = 'Run lavrel.sync_object_names() in the dumped database right before pg_dump.';
         END IF;
+        DELETE FROM lavrel.lavrel_user;
+        INSERT INTO lavrel.lavrel_user SELECT * FROM unnest(users);
+        DELETE FROM lavrel.lavrel_policy_enforcement;
+        INSERT INTO lavrel.lavrel_policy_enforcement SELECT * FROM unnest(tables);
+        DELETE FROM lavrel.lavrel_obj;
+        INSERT INTO lavrel.lavrel_obj SELECT * FROM unnest(objects);
     ELSIF mac_on THEN
         -- pg_dump reads a protected table through the administrator's labels.
         SELECT p.policy_name INTO culprit FROM lavrel.lavrel_policy p

@@ -130,6 +130,12 @@ List *mac_rel_policy_ids(Oid relid);
 /* Refuses with "enable_mac must be true" while access control is off. */
 PGDLLEXPORT void MacEnabledCheck(void);
 PGDLLEXPORT void MacPermissionCheck(const char *action);
+/*
+ * The prologue of every function that changes the catalogs: the permission
+ * check, then the refusal in a read-only transaction, then the wait for
+ * the turn among the transactions that change the catalogs.
+ */
+void MacCatalogChangeCheck(FunctionCallInfo fcinfo, const char *action);
 PGDLLEXPORT pg_attribute_noreturn() void RaiseNullArgException(const char *what);
 PGDLLEXPORT char *GetIdentifierFromArg(char *str, const char *what);
 PGDLLEXPORT char *GetLabelFromArg(Datum value);

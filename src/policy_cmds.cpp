@@ -7,9 +7,11 @@
  *    listings of the policy catalogs.
  *
  * Every administrative entry point opens the same way: the permission
- * check, the argument checks in argument order, then the policy locked as a
- * database object and re-checked (mac_lock_policy).  Catalog rows are read
- * and written only through the scan helpers of policy_syscat.cpp.
+ * check, the refusal in a read-only transaction and the wait for the other
+ * transactions changing the catalogs (MacCatalogChangeCheck), the argument
+ * checks in argument order, then the policy locked as a database object and
+ * re-checked (mac_lock_policy).  Catalog rows are read and written only
+ * through the scan helpers of policy_syscat.cpp.
  */
 #include "lavrel.h"
 
@@ -321,7 +323,7 @@ AlterPolicyTuple(Oid policy_id, bool enabled)
 
 MAC_SQL_FUNCTION(CreatePolicyMac)
 {
-    MacPermissionCheck("create policy");
+    MacCatalogChangeCheck(fcinfo, "create policy");
     char       *name = CheckPolicyNameArg(MAC_ARG(0));
     char       *colname = CheckPolicyColNameArg(MAC_ARG(1));
     bool        hidden = CheckPolicyColumnHideArg(MAC_ARG(2));
@@ -345,7 +347,7 @@ MAC_SQL_FUNCTION(CreatePolicyMac)
 static void
 set_policy_enabled(FunctionCallInfo fcinfo, const char *action, bool enabled)
 {
-    MacPermissionCheck(action);
+    MacCatalogChangeCheck(fcinfo, action);
     char       *name = CheckPolicyNameArg(MAC_ARG(0));
     Oid         policy_id = mac_lock_policy(name, AccessExclusiveLock);
 
@@ -411,7 +413,7 @@ lock_existing_tables(List *relids)
 
 MAC_SQL_FUNCTION(DropPolicy)
 {
-    MacPermissionCheck("drop policy");
+    MacCatalogChangeCheck(fcinfo, "drop policy");
     char       *name = CheckPolicyNameArg(MAC_ARG(0));
     bool        drop_column = CheckDropColumnArg(MAC_ARG(1));
     Oid         policy_id = mac_lock_policy(name, AccessExclusiveLock);
@@ -637,7 +639,7 @@ static const ElementKind comp_kind = {
 static void
 create_element(const ElementKind &kind, FunctionCallInfo fcinfo)
 {
-    MacPermissionCheck(kind.create_action);
+    MacCatalogChangeCheck(fcinfo, kind.create_action);
     char       *policy_name = CheckPolicyNameArg(MAC_ARG(0));
     char       *name = kind.check_name(MAC_ARG(1));
     int16       id = kind.check_id(MAC_ARG(2));
@@ -671,7 +673,7 @@ drop_element(const ElementKind &kind, Oid policy_id, int16 id)
 static void
 drop_element_by_id(const ElementKind &kind, FunctionCallInfo fcinfo)
 {
-    MacPermissionCheck(kind.drop_action);
+    MacCatalogChangeCheck(fcinfo, kind.drop_action);
     char       *policy_name = CheckPolicyNameArg(MAC_ARG(0));
     int16       id = kind.check_id(MAC_ARG(1));
     Oid         policy_id = mac_lock_policy(policy_name, AccessExclusiveLock);
@@ -687,7 +689,7 @@ drop_element_by_id(const ElementKind &kind, FunctionCallInfo fcinfo)
 static void
 drop_element_by_name(const ElementKind &kind, FunctionCallInfo fcinfo)
 {
-    MacPermissionCheck(kind.drop_action);
+    MacCatalogChangeCheck(fcinfo, kind.drop_action);
     char       *policy_name = CheckPolicyNameArg(MAC_ARG(0));
     char       *name = kind.check_name(MAC_ARG(1));
     Oid         policy_id = mac_lock_policy(policy_name, AccessExclusiveLock);
@@ -802,7 +804,7 @@ RemoveTablePolicyTuple(Oid policy_id, Oid relid)
 
 MAC_SQL_FUNCTION(ApplyPolicy)
 {
-    MacPermissionCheck("apply policy");
+    MacCatalogChangeCheck(fcinfo, "apply policy");
     char       *policy_name = CheckPolicyNameArg(MAC_ARG(0));
     char       *schema = CheckSchemaNameArg(MAC_ARG(1));
     char       *table = CheckRelNameArg(MAC_ARG(2));
@@ -822,7 +824,7 @@ MAC_SQL_FUNCTION(ApplyPolicy)
 
 MAC_SQL_FUNCTION(RemovePolicy)
 {
-    MacPermissionCheck("remove policy");
+    MacCatalogChangeCheck(fcinfo, "remove policy");
     char       *policy_name = CheckPolicyNameArg(MAC_ARG(0));
     char       *schema = CheckSchemaNameArg(MAC_ARG(1));
     char       *table = CheckRelNameArg(MAC_ARG(2));
@@ -964,7 +966,7 @@ MAC_SQL_FUNCTION(ApplyObjPolicy)
     LabelledObject obj;
     char       *schema;
 
-    MacPermissionCheck(_("apply obj policy"));
+    MacCatalogChangeCheck(fcinfo, _("apply obj policy"));
     char       *policy_name = CheckPolicyNameArg(MAC_ARG(0));
 
     read_object_args(fcinfo, &obj, &schema);
@@ -994,7 +996,7 @@ MAC_SQL_FUNCTION(DropObjPolicy)
     char       *schema;
     ScanKeyData keys[3];
 
-    MacPermissionCheck(_("drop obj policy"));
+    MacCatalogChangeCheck(fcinfo, _("drop obj policy"));
     char       *policy_name = CheckPolicyNameArg(MAC_ARG(0));
 
     read_object_args(fcinfo, &obj, &schema);

@@ -672,7 +672,7 @@ alter_label(Oid policy_id, int32 label_id, char *new_str)
 /* create_label(policy_name text, label text, label_id int4) */
 MAC_SQL_FUNCTION(CreateLabel)
 {
-    MacPermissionCheck("create label");
+    MacCatalogChangeCheck(fcinfo, "create label");
     char       *policy_name = CheckPolicyNameArg(MAC_ARG(0));
     char       *str = CheckLabelStrArg(MAC_ARG(1));
     int32       label_id = CheckLabelIdArg(MAC_ARG(2));
@@ -696,7 +696,7 @@ MAC_SQL_FUNCTION(CreateLabel)
 /* alter_label(policy_name text, label_id int4, new_label text) */
 MAC_SQL_FUNCTION(AlterLabelById)
 {
-    MacPermissionCheck("alter label");
+    MacCatalogChangeCheck(fcinfo, "alter label");
     char       *policy_name = CheckPolicyNameArg(MAC_ARG(0));
     int32       label_id = CheckLabelIdArg(MAC_ARG(1));
     char       *new_str = CheckLabelStrArg(MAC_ARG(2));
@@ -727,7 +727,7 @@ MAC_SQL_FUNCTION(AlterLabelById)
  */
 MAC_SQL_FUNCTION(AlterLabelByName)
 {
-    MacPermissionCheck("alter label");
+    MacCatalogChangeCheck(fcinfo, "alter label");
     char       *policy_name = CheckPolicyNameArg(MAC_ARG(0));
     char       *str = CheckLabelStrArg(MAC_ARG(1));
     char       *new_str = CheckLabelStrArg(MAC_ARG(2));
@@ -743,7 +743,7 @@ MAC_SQL_FUNCTION(AlterLabelByName)
 /* drop_label(policy_name text, label_id int4) */
 MAC_SQL_FUNCTION(DropLabelById)
 {
-    MacPermissionCheck("drop label");
+    MacCatalogChangeCheck(fcinfo, "drop label");
     char       *policy_name = CheckPolicyNameArg(MAC_ARG(0));
     int32       label_id = CheckLabelIdArg(MAC_ARG(1));
     Oid         policy_id = mac_lock_policy(policy_name, AccessExclusiveLock);
@@ -766,7 +766,7 @@ MAC_SQL_FUNCTION(DropLabelById)
  */
 MAC_SQL_FUNCTION(DropLabelByName)
 {
-    MacPermissionCheck("drop label");
+    MacCatalogChangeCheck(fcinfo, "drop label");
     char       *policy_name = CheckPolicyNameArg(MAC_ARG(0));
     char       *str = CheckLabelStrArg(MAC_ARG(1));
 

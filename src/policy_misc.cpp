@@ -1,9 +1,11 @@
 /*
  * policy_misc.cpp
  *    The frame every SQL-callable function of lavrel opens with: the
- *    administrator check and the checks that turn each SQL argument into a
- *    plain value.  Also the test that a table may be protected, and the
- *    conversion of compartment sets to and from their catalog form.
+ *    administrator check (and, before a change of the catalogs, the
+ *    read-only refusal and the wait for the other writers) and the checks
+ *    that turn each SQL argument into a plain value.  Also the test that a
+ *    table may be protected, and the conversion of compartment sets to and
+ *    from their catalog form.
  *
  * Argument checks take the null flag and the value exactly as the function
  * manager delivers them (MAC_ARG(n)), refuse nulls with "%s can not be
@@ -33,6 +35,23 @@ MacPermissionCheck(const char *action)
         ereport(ERROR,
                 (errcode(ERRCODE_INSUFFICIENT_PRIVILEGE),
                  errmsg("permission denied to %s", action)));
+}
+
+/*
+ * In a read-only transaction (and so on a hot standby) the change is
+ * refused as PostgreSQL refuses every write there, naming the SQL function.
+ * Otherwise the caller waits until no other transaction is changing the
+ * catalogs: SHARE ROW EXCLUSIVE conflicts with itself and not with the
+ * ACCESS SHARE of readers, so writers take turns, each to the end of its
+ * transaction, and queries go on.  A writer that waited then reads, under
+ * the latest snapshot, what the one before it committed.
+ */
+void
+MacCatalogChangeCheck(FunctionCallInfo fcinfo, const char *action)
+{
+    MacPermissionCheck(action);
+    PreventCommandIfReadOnly(psprintf("%s()", get_func_name(fcinfo->flinfo->fn_oid)));
+    LockRelationOid(MacPolicyRelationId, ShareRowExclusiveLock);
 }
 
 void

@@ -3,10 +3,12 @@
  *    Every read of the lavrel catalog tables, and the scan helpers that
  *    the writers elsewhere in the module use too.
  *
- * The catalogs are small, ordinary tables.  Each lookup is a sequential scan
- * with equality scan keys under the latest snapshot, so it sees everything
- * committed so far and the caller's own earlier changes once a
- * command-counter increment has made them visible.  Nothing is cached
+ * The catalogs are small, ordinary tables; the writers' catalog-tuple calls
+ * keep their unique indexes, which no lookup needs.  Each lookup is a
+ * sequential scan with equality scan keys under the latest snapshot (the
+ * catalog snapshot in parallel mode), so it sees everything committed so
+ * far and the caller's own earlier changes once a command-counter
+ * increment has made them visible.  Nothing is cached
  * here: the caches sit above these functions, and every writer below tells
  * them of its change with a relcache invalidation of the catalog table.
  *

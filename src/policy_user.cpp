@@ -280,13 +280,14 @@ struct UserTarget
 };
 
 /*
- * The prologue of every function here: permission, the policy (checked,
- * resolved, locked and re-checked), then the user.
+ * The prologue of every function here: permission and the turn among
+ * catalog writers, the policy (checked, resolved, locked and re-checked),
+ * then the user.
  */
 void
 resolve_user_target(FunctionCallInfo fcinfo, const char *action, UserTarget *t)
 {
-    MacPermissionCheck(action);
+    MacCatalogChangeCheck(fcinfo, action);
     t->policy_name = CheckPolicyNameArg(MAC_ARG(0));
     t->policy_id = mac_lock_policy(t->policy_name, AccessShareLock);
     t->user_name = CheckUserNameArg(MAC_ARG(1));
@@ -555,7 +556,7 @@ MAC_SQL_FUNCTION(DropUserAccess)
     Oid         policy_id;
     Oid         user_id;
 
-    MacPermissionCheck("drop user access");
+    MacCatalogChangeCheck(fcinfo, "drop user access");
     policy_name = CheckPolicyNameArg(MAC_ARG(0));
     user_name = CheckUserNameArg(MAC_ARG(1));
     policy_id = mac_lock_policy(policy_name, AccessShareLock);

@@ -15,22 +15,6 @@ FIXTURES=$LAVREL_ROOT/test/dump_restore
 USERS="alice bob carol dave erin zoe"
 WORK=$(mktemp -d /tmp/lavrel-dump.XXXXXX)
 trap 'lavrel_cluster_stop; rm -rf "$WORK"' EXIT
-checks=0
-failed=0
-
-# check DESCRIPTION COMMAND...: one test line for the command's success.
-check() {
-    local description=$1 output
-    shift
-    checks=$((checks + 1))
-    if output=$("$@" 2>&1); then
-        echo "ok $checks - $description"
-    else
-        echo "not ok $checks - $description"
-        printf '%s\n' "$output" | sed 's/^/# /'
-        failed=1
-    fi
-}
 
 # sql_is DB EXPECTED QUERY: the query's only value is EXPECTED.
 sql_is() {
@@ -121,17 +105,17 @@ createdb source
 psql -X -q -d source -f "$FIXTURES/source.sql"
 
 psql -X -q -d source -c "SELECT lavrel.set_user_privs('company', 'postgres', '')" >/dev/null
-check "without READ or FULL, the administrator's pg_dump copies 1 of the 7 documents" \
+lavrel_check "without READ or FULL, the administrator's pg_dump copies 1 of the 7 documents" \
     dumped_documents 1
-check "so sync_object_names() refuses to prepare a dump" \
+lavrel_check "so sync_object_names() refuses to prepare a dump" \
     sql_fails source 'pg_dump would copy only the rows of policy "company" that the administrator may read' \
     "SELECT lavrel.sync_object_names()"
 psql -X -q -d source -c "SELECT lavrel.set_user_privs('company', 'postgres', 'FULL')" >/dev/null
-check "with FULL, sync_object_names() records the names and moves no oid" \
+lavrel_check "with FULL, sync_object_names() records the names and moves no oid" \
     sql_is source 0 "SELECT lavrel.sync_object_names()"
 
 record_views source source
-check "in the source, alice reads the secret rows, bob does not, zoe reads none" \
+lavrel_check "in the source, alice reads the secret rows, bob does not, zoe reads none" \
     source_views_differ
 
 pg_dumpall --globals-only -f "$WORK/globals.sql"
@@ -147,47 +131,47 @@ lavrel_cluster_stop
 
 lavrel_cluster_start yes
 set_enable_mac off
-check "pg_dumpall --globals-only restores the roles" restore_globals
-check "pg_restore restores the custom-format dump" restore_custom restored "$WORK/source.dump"
-check "sync_object_names() moves the catalogs to the restored objects' new oids" \
+lavrel_check "pg_dumpall --globals-only restores the roles" restore_globals
+lavrel_check "pg_restore restores the custom-format dump" restore_custom restored "$WORK/source.dump"
+lavrel_check "sync_object_names() moves the catalogs to the restored objects' new oids" \
     sql_is restored t "SELECT lavrel.sync_object_names() > 0"
-check "psql restores the plain-format dump" restore_plain from_psql
-check "sync_object_names() moves its catalogs too" \
+lavrel_check "psql restores the plain-format dump" restore_plain from_psql
+lavrel_check "sync_object_names() moves its catalogs too" \
     sql_is from_psql t "SELECT lavrel.sync_object_names() > 0"
 
-check "pg_restore restores the dump taken after a change without sync_object_names()" \
+lavrel_check "pg_restore restores the dump taken after a change without sync_object_names()" \
     restore_custom unsynced "$WORK/unsynced.dump"
-check "sync_object_names() refuses to sync that restore" \
+lavrel_check "sync_object_names() refuses to sync that restore" \
     sql_fails unsynced 'the dump holds no name for some objects that lavrel refers to' \
     "SELECT lavrel.sync_object_names()"
 
 psql -X -q -c "ALTER ROLE erin RENAME TO erin_renamed" >/dev/null
 restore_custom missing_role "$WORK/source.dump"
-check "sync_object_names() refuses a database whose roles were not all restored" \
+lavrel_check "sync_object_names() refuses a database whose roles were not all restored" \
     sql_fails missing_role 'role "erin" does not exist' "SELECT lavrel.sync_object_names()"
 psql -X -q -c "ALTER ROLE erin_renamed RENAME TO erin" >/dev/null
 
 set_enable_mac on
-check "sync_object_names() refuses a restored database while access control is on" \
+lavrel_check "sync_object_names() refuses a restored database while access control is on" \
     sql_fails unsynced 'set lavrel.enable_mac to off before syncing a restored database' \
     "SELECT lavrel.sync_object_names()"
 
 for db in restored from_psql; do
     record_views "$db" "$db"
-    check "$db: the administrator sees the same policies, labels, authorizations, labelled objects and rows" \
+    lavrel_check "$db: the administrator sees the same policies, labels, authorizations, labelled objects and rows" \
         same_view catalog "$db"
     for user in $USERS; do
-        check "$db: $user sees the same rows and gets the same answers" same_view "$user" "$db"
+        lavrel_check "$db: $user sees the same rows and gets the same answers" same_view "$user" "$db"
     done
 done
 
 # A labelled function dropped while its label stays: its oid may come back
 # as another object's, so no dump is prepared.
 psql -X -q -d restored -c "DROP FUNCTION hr.bonus(numeric)"
-check "sync_object_names() refuses a label of an object that no longer exists" \
+lavrel_check "sync_object_names() refuses a label of an object that no longer exists" \
     sql_fails restored 'lavrel refers to routine' "SELECT lavrel.sync_object_names()"
 psql -X -q -c "CREATE ROLE second_superuser SUPERUSER LOGIN"
-check "sync_object_names() refuses any superuser but the bootstrap superuser" \
+lavrel_check "sync_object_names() refuses any superuser but the bootstrap superuser" \
     sql_fails restored 'permission denied to sync object names' \
     "SET ROLE second_superuser; SELECT lavrel.sync_object_names()"
-exit "$failed"
+exit "$LAVREL_CHECK_FAILED"

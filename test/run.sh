@@ -7,6 +7,7 @@
 #   nopreload   a server restarted without lavrel in shared_preload_libraries
 #   docs        the examples of doc/*.md against test/expected (doc_examples.sh)
 #   dump_restore  pg_dump and pg_restore into a new cluster (dump_restore.sh)
+#   hot_standby   administration refused on a hot standby (hot_standby.sh)
 #
 # With test names as arguments (test/run.sh label_strings users), only those
 # pg_regress cases run: the quick loop while writing a test.
@@ -85,6 +86,8 @@ lavrel_cluster_stop
 run_suite docs ./doc_examples.sh nopreload
 
 run_suite dump_restore ./dump_restore.sh
+
+run_suite hot_standby ./hot_standby.sh
 
 for d in results/regress results/isolation results/nopreload; do
     [ -s "$d/regression.diffs" ] && diffs="$diffs $LAVREL_ROOT/test/$d/regression.diffs"

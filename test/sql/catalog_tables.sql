@@ -81,6 +81,28 @@ SELECT try_stmt($$SELECT lavrel.apply_table_policy('p1', 'public', 'regress_t')$
 SELECT policy_oid, relation_oid::regclass FROM lavrel.lavrel_policy_enforcement;
 
 -- ---------------------------------------------------------------------
+-- Every key has a unique index, which refuses a duplicate that reaches
+-- the table past the functions' checks.  lavrel_obj has none: an object
+-- may carry several labels.
+-- ---------------------------------------------------------------------
+SELECT indisprimary AS primary, pg_get_indexdef(indexrelid) AS index
+  FROM pg_index
+ WHERE indrelid IN (SELECT oid FROM pg_class WHERE relnamespace = 'lavrel'::regnamespace)
+ ORDER BY indrelid, indexrelid::regclass::text;
+SELECT stmt, try_stmt(stmt) AS outcome FROM (VALUES
+    ($$INSERT INTO lavrel.lavrel_policy SELECT 1, 'p3', 'p3_col', false, true$$),
+    ($$INSERT INTO lavrel.lavrel_policy SELECT 3, 'p1', 'p3_col', false, true$$),
+    ($$INSERT INTO lavrel.lavrel_policy SELECT 3, 'p3', 'p1_col', false, true$$),
+    ($$INSERT INTO lavrel.lavrel_level SELECT 1, 1, 'z', 'z'$$),
+    ($$INSERT INTO lavrel.lavrel_level SELECT 1, 9, 'x', 'x'$$),
+    ($$INSERT INTO lavrel.lavrel_compartment SELECT 1, 1, 'z', 'z'$$),
+    ($$INSERT INTO lavrel.lavrel_compartment SELECT 1, 9, 'c1', 'c1'$$),
+    ($$INSERT INTO lavrel.lavrel_label SELECT 10, 2, 1, '', NULL$$),
+    ($$INSERT INTO lavrel.lavrel_policy_enforcement SELECT 1, 'regress_t'::regclass$$),
+    ($$INSERT INTO lavrel.lavrel_user SELECT * FROM lavrel.lavrel_user$$)
+) AS t(stmt);
+
+-- ---------------------------------------------------------------------
 -- Clean up.  lavrel can be dropped only while access control is off.
 -- ---------------------------------------------------------------------
 SELECT lavrel.drop_policy('p1', true);

@@ -1,7 +1,8 @@
 --
 -- The examples of doc/operations.md: the server settings lavrel needs,
 -- switching access control off and on, upgrades, what to look at while it
--- runs, EXPLAIN of mediated queries, and removing lavrel.
+-- runs, EXPLAIN of mediated queries, administration beside other sessions
+-- and in read-only transactions, and removing lavrel.
 -- test/doc_examples.sh checks that the page shows this output.
 --
 -- The setup: policy company with three labels, table documents with one
@@ -83,6 +84,21 @@ EXPLAIN (COSTS OFF) SELECT title FROM documents;
 \c - regress_ops_reader
 SET enable_seqscan = off;
 EXPLAIN (COSTS OFF) SELECT title FROM documents;
+
+-- Administration beside other sessions, read-only transactions
+\c - postgres
+BEGIN;
+SELECT lavrel.set_user_privs('company', 'regress_ops_user', 'READ');
+SELECT relation::regclass, mode, granted FROM pg_locks
+ WHERE relation = 'lavrel.lavrel_policy'::regclass AND pid = pg_backend_pid();
+ROLLBACK;
+BEGIN TRANSACTION READ ONLY;
+SELECT lavrel.set_user_privs('company', 'regress_ops_user', 'READ');
+ROLLBACK;
+BEGIN TRANSACTION READ ONLY;
+SELECT lavrel.set_session_row_label('company', 'internal');
+SELECT row_label FROM lavrel.show_session_labels();
+ROLLBACK;
 
 -- Removing lavrel
 \c - postgres

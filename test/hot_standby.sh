@@ -1,0 +1,119 @@
+#!/usr/bin/env bash
+# test/hot_standby.sh: starts a primary with lavrel, a hot standby of it
+# (pg_basebackup -R), and checks that on the standby every administrative
+# function is refused up front as a write in a read-only transaction
+# (25006), while queries, label conversions and session labels work as on
+# the primary.
+#
+# Prints one "ok N - ..." or "not ok N - ..." line per check (with what
+# went wrong as "#" lines) and exits non-zero when a check failed.  Run by
+# test/run.sh, which builds and installs lavrel first; needs root.
+set -euo pipefail
+. "$(dirname "$0")/../scripts/lib.sh"
+cd "$LAVREL_ROOT/test"
+
+
+standby_stop() {
+    [ -n "${STANDBY_DIR:-}" ] || return 0
+    runuser -u postgres -- "$PG_BIN/pg_ctl" -D "$STANDBY_DIR" -m fast -w stop >/dev/null 2>&1 || true
+}
+trap 'standby_stop; lavrel_cluster_stop' EXIT
+
+# on PORT [psql options...]: psql on the server at PORT, unaligned, no headers.
+on() {
+    local port=$1
+    shift
+    psql -X -At -v ON_ERROR_STOP=1 -p "$port" -d standby_test "$@"
+}
+
+# same_answer QUERY [psql options...]: the query answers alike on both servers.
+same_answer() {
+    local query=$1 primary standby
+    shift
+    primary=$(on "$PGPORT" "$@" -c "$query")
+    standby=$(on "$STANDBY_PORT" "$@" -c "$query")
+    [ "$primary" = "$standby" ] || { echo "primary: $primary"; echo "standby: $standby"; return 1; }
+    [ -n "$primary" ] || { echo "no answer"; return 1; }
+}
+
+# no_rows PORT QUERY: the query returns nothing; what it returns is shown.
+no_rows() {
+    local got
+    got=$(on "$1" -c "$2")
+    [ -z "$got" ] || { echo "$got"; return 1; }
+}
+
+lavrel_cluster_start yes
+createdb standby_test
+on "$PGPORT" -q <<'EOF' >/dev/null
+\i sql/include/try_stmt.sql
+CREATE EXTENSION lavrel;
+SELECT lavrel.create_policy('p', 'p_col');
+SELECT lavrel.create_level('p', name, id), lavrel.create_label('p', name, id)
+  FROM (VALUES ('low', 10), ('high', 30)) AS v(name, id);
+SELECT lavrel.set_user_labels('p', 'postgres', 'high');
+SELECT lavrel.set_user_privs('p', 'postgres', 'FULL');
+CREATE ROLE regress_standby_user LOGIN;
+SELECT lavrel.set_user_labels('p', 'regress_standby_user', 'low');
+CREATE TABLE docs (id int, title text);
+SELECT lavrel.apply_table_policy('p', 'public', 'docs');
+INSERT INTO docs VALUES (1, 'low', 10), (2, 'high', 30);
+GRANT SELECT ON docs TO regress_standby_user;
+CREATE TABLE calls (call text);
+INSERT INTO calls VALUES
+    ($$create_policy('q', 'q_col')$$), ($$drop_policy('p')$$),
+    ($$enable_policy('p')$$), ($$disable_policy('p')$$),
+    ($$create_level('p', 'mid', 20)$$), ($$drop_level('p', 30)$$),
+    ($$drop_level('p', 'high')$$), ($$create_compartment('p', 'a', 1)$$),
+    ($$drop_compartment('p', 1)$$), ($$drop_compartment('p', 'a')$$),
+    ($$create_label('p', 'low:', 11)$$), ($$alter_label('p', 30, 'low')$$),
+    ($$alter_label('p', 'high', 'low')$$), ($$drop_label('p', 30)$$),
+    ($$drop_label('p', 'high')$$),
+    ($$apply_table_policy('p', 'public', 'calls')$$),
+    ($$remove_table_policy('p', 'public', 'docs')$$),
+    ($$apply_object_policy('p', 'view', 'public', 'v', 'low')$$),
+    ($$drop_object_policy('p', 'view', 'public', 'v')$$),
+    ($$set_user_labels('p', 'regress_standby_user', 'high')$$),
+    ($$set_levels('p', 'regress_standby_user', 'high')$$),
+    ($$set_compartments('p', 'regress_standby_user', 'a')$$),
+    ($$set_default_label('p', 'regress_standby_user', 'low')$$),
+    ($$set_row_label('p', 'regress_standby_user', 'low')$$),
+    ($$set_user_privs('p', 'regress_standby_user', 'READ')$$),
+    ($$drop_user_access('p', 'regress_standby_user')$$),
+    ($$sync_object_names()$$);
+EOF
+
+# The standby: a base backup of the primary, beside it, on a port of its own.
+STANDBY_DIR=$LAVREL_CLUSTER_DIR/standby
+STANDBY_PORT=$(lavrel_free_port)
+runuser -u postgres -- "$PG_BIN/pg_basebackup" -h "$PGHOST" -p "$PGPORT" -U postgres \
+    -D "$STANDBY_DIR" -R -X stream -c fast
+echo "port = $STANDBY_PORT" >>"$STANDBY_DIR/postgresql.conf"
+runuser -u postgres -- "$PG_BIN/pg_ctl" -D "$STANDBY_DIR" -l "$LAVREL_CLUSTER_DIR/standby.log" \
+    -w -t 60 start >/dev/null
+
+lavrel_check "the standby is in recovery, and its transactions are read-only" \
+    no_rows "$STANDBY_PORT" "SELECT 'not in recovery' WHERE NOT pg_is_in_recovery()
+                             UNION ALL SELECT 'read-write' WHERE NOT current_setting('transaction_read_only')::boolean"
+
+# A call whose outcome is not the read-only refusal naming its function is
+# shown.
+lavrel_check "every administrative function is refused with 25006, naming itself" \
+    no_rows "$STANDBY_PORT" "
+        SELECT call, outcome FROM (SELECT call, try_stmt('SELECT lavrel.' || call) FROM calls) c(call, outcome)
+         WHERE outcome IS DISTINCT FROM
+               format('25006: cannot execute %s() in a read-only transaction', split_part(call, '(', 1))
+        UNION ALL
+        SELECT 'only ' || count(*) || ' calls', '' FROM calls HAVING count(*) <> 27"
+
+lavrel_check "a user reads the same rows of a protected table as on the primary" \
+    same_answer "SELECT id, title, p_col FROM docs ORDER BY id" -U regress_standby_user
+lavrel_check "the administrator, with FULL, reads every row as on the primary" \
+    same_answer "SELECT id, title, p_col FROM docs ORDER BY id"
+lavrel_check "label conversions answer as on the primary" \
+    same_answer "SELECT lavrel.char_to_label('p', 'high'), lavrel.label_to_char(10)"
+lavrel_check "the session label functions work on the standby" \
+    same_answer "SELECT lavrel.set_session_label('p', 'low');
+                 SELECT read_label FROM lavrel.show_session_labels();
+                 SELECT id FROM docs ORDER BY id"
+exit "$LAVREL_CHECK_FAILED"
