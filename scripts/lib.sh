@@ -10,9 +10,10 @@ PG_BIN=/usr/lib/postgresql/15/bin
 PGXS_DIR=/usr/lib/postgresql/15/lib/pgxs
 LAVREL_ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
-# Debian packages the build and the tests need; installed when missing.
+# Debian packages the build and the tests need, and those named as
+# arguments; installed when missing.
 lavrel_install_packages() {
-    local pkgs="postgresql-15 postgresql-server-dev-15 make g++"
+    local pkgs="postgresql-15 postgresql-server-dev-15 make g++ $*"
     local missing=""
     for p in $pkgs; do
         dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing="$missing $p"
