@@ -8,6 +8,7 @@
 #   docs        the examples of doc/*.md against test/expected (doc_examples.sh)
 #   dump_restore  pg_dump and pg_restore into a new cluster (dump_restore.sh)
 #   hot_standby   administration refused on a hot standby (hot_standby.sh)
+#   pg_suites     PostgreSQL's own suites, stock against lavrel (pg_suites.sh)
 #
 # With test names as arguments (test/run.sh label_strings users), only those
 # pg_regress cases run: the quick loop while writing a test.
@@ -88,6 +89,27 @@ run_suite docs ./doc_examples.sh nopreload
 run_suite dump_restore ./dump_restore.sh
 
 run_suite hot_standby ./hot_standby.sh
+
+# PostgreSQL's own regression and isolation suites on a stock and a lavrel
+# cluster: each of their tests that gives the same output on both counts.
+run_pg_suites() {
+    local out line rest
+    out=$(mktemp)
+    echo "== pg_suites"
+    ./pg_suites.sh >"$out" 2>&1 || true
+    grep -E '^(differs|== )' "$out" || true
+    line=$(grep -E '^[0-9]+ passed, [0-9]+ failed$' "$out" | tail -n 1)
+    if [ -z "$line" ]; then
+        echo "suite pg_suites did not run:"; tail -n 20 "$out"
+        failed=$((failed + 1))
+    else
+        rest=${line#*, }
+        passed=$((passed + ${line%% passed*}))
+        failed=$((failed + ${rest%% failed}))
+    fi
+    rm -f "$out"
+}
+run_pg_suites
 
 for d in results/regress results/isolation results/nopreload; do
     [ -s "$d/regression.diffs" ] && diffs="$diffs $LAVREL_ROOT/test/$d/regression.diffs"
