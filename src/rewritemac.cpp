@@ -154,15 +154,19 @@ label_filter(Oid relid, int varno)
     return quals != NIL ? make_ands_explicit(quals) : NULL;
 }
 
-/* `label` when `condition` holds, else null. */
+/*
+ * The row's label of the policy when the mediation function `funcid`
+ * accepts it, else null.  write_mediation never answers false (it refuses
+ * the whole statement), so with it this is the label once checked.
+ */
 Expr *
-label_when(Expr *condition, Expr *label)
+label_if(Oid funcid, Oid policy_id, Oid relid, int varno)
 {
     CaseWhen   *when = makeNode(CaseWhen);
     CaseExpr   *expr = makeNode(CaseExpr);
 
-    when->expr = condition;
-    when->result = label;
+    when->expr = mediation_qual(funcid, policy_id, relid, varno);
+    when->result = (Expr *) policy_column_var(policy_id, relid, varno);
     when->location = -1;
     expr->casetype = INT4OID;
     expr->casecollid = InvalidOid;
@@ -170,17 +174,6 @@ label_when(Expr *condition, Expr *label)
     expr->defresult = (Expr *) makeNullConst(INT4OID, -1, InvalidOid);
     expr->location = -1;
     return (Expr *) expr;
-}
-
-/*
- * The row's label once write_mediation has accepted it: write_mediation
- * never answers false, it refuses the whole statement.
- */
-Expr *
-writable_label(Oid policy_id, Oid relid, int varno)
-{
-    return label_when(mediation_qual(WriteMediationProc, policy_id, relid, varno),
-                      (Expr *) policy_column_var(policy_id, relid, varno));
 }
 
 /*
@@ -199,8 +192,7 @@ read_write_check(Oid relid, int varno)
     foreach(lc, policies)
     {
         Oid         policy_id = lfirst_oid(lc);
-        Expr       *readable = label_when(mediation_qual(ReadMediationProc, policy_id, relid, varno),
-                                          (Expr *) policy_column_var(policy_id, relid, varno));
+        Expr       *readable = label_if(ReadMediationProc, policy_id, relid, varno);
 
         checks = lappend(checks, mediation_call(WriteMediationProc, BOOLOID,
                                                 list_make2(policy_const(policy_id), readable)));
@@ -285,8 +277,8 @@ check_stored_labels(Query *query, List *tlist, bool update)
 
         args = list_make2(policy_const(policy_id), tle->expr);
         if (update)
-            args = list_insert_nth(args, 1, writable_label(policy_id, target->relid,
-                                                           query->resultRelation));
+            args = list_insert_nth(args, 1, label_if(WriteMediationProc, policy_id, target->relid,
+                                                     query->resultRelation));
         tle->expr = (Expr *) mediation_call(update ? LabelUpdateProc : LabelInsertProc,
                                             INT4OID, args);
         checked = lappend_oid(checked, policy_id);
