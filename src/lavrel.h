@@ -445,6 +445,7 @@ extern PGDLLEXPORT HTAB *MacLabelMediationHT;
 /* Creates the "MAC Session" context; a second call ends the backend. */
 void InitMacSessionMemoryContext(void);
 PGDLLEXPORT void SyncMacSession(bool release_snapshots);
+void        DiscardSessionLabels(void);
 PGDLLEXPORT int32 get_policy_row_label_id(Oid policy_id);
 PGDLLEXPORT int32 get_policy_read_max_label_id(Oid policy_id);
 PGDLLEXPORT int32 get_policy_read_min_label_id(Oid policy_id);

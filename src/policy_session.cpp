@@ -364,10 +364,8 @@ BuildSessionLabel(Oid policy_id, Oid user_id)
 }
 
 /*
- * Whether the session's own labels must be dropped for a fresh record: only
- * when the administrator narrowed the authorization.  The record belongs to
- * the backend, so it also survives a change of session user whose
- * authorization is not narrower.
+ * Whether the session's own labels must be dropped for a fresh record of
+ * the same user: only when the administrator narrowed the authorization.
  */
 bool
 must_replace_session_label(const MacSessionLabel *cur, const MacSessionLabel *fresh)
@@ -416,9 +414,14 @@ refresh_policy_session_label(Oid policy_id, Oid user_id)
     unlock_policy(policy_id);
 }
 
-/* Drops the session labels of policies the user is no longer authorized for. */
+/*
+ * Drops the session labels of policies the user is no longer authorized
+ * for, and every label of another user: a new session user (SET SESSION
+ * AUTHORIZATION, RESET, DISCARD ALL) starts from its own authorization, as
+ * a new connection of that user would.
+ */
 void
-remove_unauthorized_session_labels(List *policy_ids)
+remove_unauthorized_session_labels(Oid user_id, List *policy_ids)
 {
     List       *entries = mac_ht_entries(MacSessionLabelHT);
     ListCell   *lc;
@@ -426,9 +429,10 @@ remove_unauthorized_session_labels(List *policy_ids)
     foreach(lc, entries)
     {
         MacHashEntry *entry = (MacHashEntry *) lfirst(lc);
+        MacSessionLabel *rec = (MacSessionLabel *) entry->record;
 
-        if (!list_member_oid(policy_ids, entry->key))
-            remove_session_label((MacSessionLabel *) entry->record);
+        if (rec->user_id != user_id || !list_member_oid(policy_ids, entry->key))
+            remove_session_label(rec);
     }
     list_free(entries);
 }
@@ -457,7 +461,7 @@ RefreshSessionLabels(void)
     ListCell   *lc;
 
     forget_plans_of_other_session_user(user_id);
-    remove_unauthorized_session_labels(policy_ids);
+    remove_unauthorized_session_labels(user_id, policy_ids);
     foreach(lc, policy_ids)
         refresh_policy_session_label(lfirst_oid(lc), user_id);
     list_free(policy_ids);
@@ -1010,6 +1014,19 @@ SyncMacSession(bool release_snapshots)
     /* The catalog scans of a rebuild registered snapshots of their own. */
     if (release_snapshots)
         AtEOXact_Snapshot(true, false);
+}
+
+/*
+ * DISCARD ALL: the session's own labels go, and the next statement starts
+ * from the user's authorization, as a new connection does.
+ */
+void
+DiscardSessionLabels(void)
+{
+    if (MacSessionLabelHT == NULL)
+        return;
+    remove_unauthorized_session_labels(InvalidOid, NIL);
+    session_state_version = 0;
 }
 
 /* A field of the policy's lookup summary, 0 when the policy has none. */

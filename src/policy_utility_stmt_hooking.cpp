@@ -530,4 +530,6 @@ policy_process_utility_hook(PlannedStmt *pstmt, const char *queryString, bool re
             Policy_Check_Drop_Role((DropRoleStmt *) stmt);
     }
     call_next_utility(pstmt, queryString, readOnlyTree, context, params, queryEnv, dest, qc);
+    if (IsA(stmt, DiscardStmt) && ((DiscardStmt *) stmt)->target == DISCARD_ALL)
+        DiscardSessionLabels();
 }
