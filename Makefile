@@ -9,6 +9,7 @@ DATA       = sql/lavrel--1.0.sql
 SRCS = src/host/host.cpp \
        src/host/star_columns.cpp \
        src/host/copy.cpp \
+       src/host/guard.cpp \
        src/lavrel.cpp \
        src/policy_misc.cpp \
        src/parse_ident.cpp \

@@ -301,6 +301,12 @@ CREATE FUNCTION lavrel.label_update(policy oid, old_label integer, new_label int
 RETURNS integer AS 'MODULE_PATHNAME', 'LabelUpdateCheck'
 LANGUAGE C VOLATILE PARALLEL RESTRICTED;
 
+-- The row-level security guard of a protected table: no query on a server
+-- where lavrel works ever calls it, and on one without lavrel it cannot run.
+CREATE FUNCTION lavrel.table_guard(label integer)
+RETURNS boolean AS 'MODULE_PATHNAME', 'lavrel_table_guard'
+LANGUAGE C VOLATILE PARALLEL SAFE;
+
 CREATE FUNCTION lavrel.generate_default_label_value(policy oid)
 RETURNS integer AS 'MODULE_PATHNAME', 'GenDefaultLabelValue'
 LANGUAGE C VOLATILE PARALLEL RESTRICTED;

@@ -242,7 +242,11 @@ default_label_expr(Oid policy_id)
                                  InvalidOid, InvalidOid, COERCE_EXPLICIT_CALL);
 }
 
-/* Adopts or adds the policy column and gives it the label default. */
+/*
+ * Adopts or adds the policy column, gives it the label default, and places
+ * the row-level security guard that keeps the table closed on a server
+ * without lavrel.
+ */
 static void
 attach_policy_column(Oid policy_id, Oid relid)
 {
@@ -251,15 +255,17 @@ attach_policy_column(Oid policy_id, Oid relid)
     if (attnum == InvalidAttrNumber)
         attnum = AddPolicyColumn(policy_id, relid);
     SetPolicyColumnDefault(policy_id, relid, attnum, default_label_expr(policy_id));
+    host_add_table_guard(relid, get_policy_name(policy_id), get_policy_colname(policy_id));
 }
 
 /*
- * Releases the policy column of a table: drops it with its values, or
- * leaves it as an ordinary column without default.
+ * Releases the policy column of a table, its guard first: drops the column
+ * with its values, or leaves it as an ordinary column without default.
  */
 static void
 detach_policy_column(Oid policy_id, Oid relid, bool drop_column)
 {
+    host_remove_table_guard(relid, get_policy_name(policy_id));
     if (drop_column)
     {
         DropPolicyColumn(policy_id, relid);
@@ -815,10 +821,9 @@ MAC_SQL_FUNCTION(ApplyPolicy)
 
     lock_table_exclusive(relid);
     MacCanProtected(policy_id, relid);
-    run_without_permission_checks([&] { attach_policy_column(policy_id, relid); });
-
-    /* Applying twice fails here; the abort undoes the column change. */
+    /* Applying twice fails here, before the table is changed. */
     AddNewTableEnforceTuple(policy_id, relid);
+    run_without_permission_checks([&] { attach_policy_column(policy_id, relid); });
     PG_RETURN_VOID();
 }
 

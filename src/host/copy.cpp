@@ -86,16 +86,20 @@ column_name(Relation rel, AttrNumber attnum)
  * COPY TO
  * --------------------------------------------------------------------- */
 
-/* One output column: the column as the hook prints it, under its own name. */
+/*
+ * One output column: the column as the hook prints it, under its own name.
+ * It is placed at the table's name in the COPY's text, a named column and
+ * not a star (whose columns a hidden policy column leaves).
+ */
 ResTarget *
-output_column(Relation rel, AttrNumber attnum)
+output_column(Relation rel, AttrNumber attnum, int location)
 {
     ColumnRef  *column = makeNode(ColumnRef);
     ResTarget  *target = makeNode(ResTarget);
 
     target->name = column_name(rel, attnum);
     column->fields = list_make1(makeString(target->name));
-    column->location = -1;
+    column->location = location;
     target->val = (Node *) column;
     if (MacProcessCheckTupleForCopyTo_hook)
         target->val = MacProcessCheckTupleForCopyTo_hook(RelationGetRelid(rel), attnum, target->val);
@@ -105,7 +109,7 @@ output_column(Relation rel, AttrNumber attnum)
 
 /* SELECT <columns> FROM ONLY <schema>.<table>: COPY TO reads no child tables. */
 SelectStmt *
-copy_to_query(Relation rel, List *attnums)
+copy_to_query(Relation rel, List *attnums, int location)
 {
     SelectStmt *select = makeNode(SelectStmt);
     RangeVar   *from = makeRangeVar(get_namespace_name(RelationGetNamespace(rel)),
@@ -115,7 +119,7 @@ copy_to_query(Relation rel, List *attnums)
     from->inh = false;
     foreach(lc, attnums)
         select->targetList = lappend(select->targetList,
-                                     output_column(rel, (AttrNumber) lfirst_int(lc)));
+                                     output_column(rel, (AttrNumber) lfirst_int(lc), location));
     select->fromClause = list_make1(from);
     return select;
 }
@@ -129,7 +133,8 @@ copy_to(ParseState *pstate, const CopyStmt *stmt, int stmt_location, int stmt_le
 
     query_copy.relation = NULL;
     query_copy.attlist = NIL;
-    query_copy.query = (Node *) copy_to_query(rel, copy_attnums(rel, stmt));
+    query_copy.query = (Node *) copy_to_query(rel, copy_attnums(rel, stmt),
+                                               stmt->relation->location);
     /* The lock stays until the query opens the table again. */
     table_close(rel, NoLock);
     DoCopy(pstate, &query_copy, stmt_location, stmt_len, processed);
@@ -197,9 +202,12 @@ copy_where_clause(ParseState *pstate, Relation rel, ParseNamespaceItem *nsitem, 
     return (Node *) make_ands_implicit((Expr *) where);
 }
 
-/* INSERT privilege on the columns read; no COPY FROM under row-level security. */
+/*
+ * INSERT privilege on the columns read; no COPY FROM under row-level
+ * security, other than the guards of a protected table.
+ */
 void
-check_insert_permissions(ParseState *pstate, RangeTblEntry *rte, List *attnums)
+check_insert_permissions(ParseState *pstate, Relation rel, RangeTblEntry *rte, List *attnums)
 {
     ListCell   *lc;
 
@@ -208,7 +216,7 @@ check_insert_permissions(ParseState *pstate, RangeTblEntry *rte, List *attnums)
         rte->insertedCols = bms_add_member(rte->insertedCols,
                                            lfirst_int(lc) - FirstLowInvalidHeapAttributeNumber);
     ExecCheckRTPerms(pstate->p_rtable, true);
-    if (check_enable_rls(rte->relid, InvalidOid, false) == RLS_ENABLED)
+    if (check_enable_rls(rte->relid, InvalidOid, false) == RLS_ENABLED && !host_only_guards(rel))
         ereport(ERROR,
                 (errcode(ERRCODE_FEATURE_NOT_SUPPORTED),
                  errmsg("COPY FROM not supported with row-level security"),
@@ -549,7 +557,7 @@ copy_from(ParseState *pstate, const CopyStmt *stmt, uint64 *processed)
     if (stmt->whereClause)
         where = copy_where_clause(pstate, rel, nsitem, stmt->whereClause);
     attnums = copy_attnums(rel, stmt);
-    check_insert_permissions(pstate, nsitem->p_rte, attnums);
+    check_insert_permissions(pstate, rel, nsitem->p_rte, attnums);
     if (XactReadOnly && !rel->rd_islocaltemp)
         PreventCommandIfReadOnly("COPY FROM");
 

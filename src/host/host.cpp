@@ -76,6 +76,9 @@ host_planner(Query *parse, const char *query_string, int cursorOptions,
 {
     PlannedStmt *result;
 
+    /* The guards of protected tables are for servers without lavrel. */
+    host_strip_table_guards(parse);
+
     /*
      * Foreign keys run their own queries, which must see every row (as
      * under row-level security), or labels would let a referenced row be
@@ -189,6 +192,13 @@ host_executor_start(QueryDesc *queryDesc, int eflags)
 
 static post_parse_analyze_hook_type prev_post_parse_analyze = NULL;
 
+/* Whether the text may hold a star: `*`, or the TABLE command that means one. */
+static bool
+may_hold_star(const char *text)
+{
+    return strchr(text, '*') != NULL || strcasestr(text, "table") != NULL;
+}
+
 /*
  * Every analysed statement.  EXPLAIN is not looked into here: it calls this
  * hook itself with the query it explains.
@@ -199,8 +209,7 @@ host_post_parse_analyze(ParseState *pstate, Query *query, JumbleState *jstate)
     if (prev_post_parse_analyze)
         prev_post_parse_analyze(pstate, query, jstate);
     if (MacHiddenPolicyColumn_hook == NULL || pstate->p_sourcetext == NULL ||
-        strchr(pstate->p_sourcetext, '*') == NULL ||
-        pstate->p_post_columnref_hook != NULL)
+        !may_hold_star(pstate->p_sourcetext) || pstate->p_post_columnref_hook != NULL)
         return;
     host_hide_star_columns(query, pstate->p_sourcetext);
 }
@@ -290,6 +299,41 @@ host_call_next_utility(PlannedStmt *pstmt, const char *queryString,
                                 params, queryEnv, dest, qc);
 }
 
+/*
+ * Stock COPY FROM refuses a table under row-level security, and the guards
+ * of a protected table are row-level security.  Such a COPY that the
+ * module left to PostgreSQL (access control off) is run by the layer,
+ * which refuses only policies the table's owner defined.  False when the
+ * COPY is none of these.
+ */
+static bool
+host_copy_into_guarded_table(PlannedStmt *pstmt, const char *queryString,
+                             QueryEnvironment *queryEnv, QueryCompletion *qc)
+{
+    CopyStmt   *stmt = (CopyStmt *) pstmt->utilityStmt;
+    Relation    rel;
+    bool        guarded;
+    ParseState *pstate;
+    uint64      processed;
+
+    if (!IsA(stmt, CopyStmt) || !stmt->is_from || stmt->relation == NULL)
+        return false;
+    rel = relation_openrv(stmt->relation, RowExclusiveLock);
+    guarded = host_only_guards(rel);
+    relation_close(rel, NoLock);
+    if (!guarded)
+        return false;
+
+    pstate = make_parsestate(NULL);
+    pstate->p_sourcetext = queryString;
+    pstate->p_queryEnv = queryEnv;
+    host_do_copy(pstate, stmt, pstmt->stmt_location, pstmt->stmt_len, &processed);
+    free_parsestate(pstate);
+    if (qc != NULL)
+        SetQueryCompletion(qc, CMDTAG_COPY, processed);
+    return true;
+}
+
 static void
 host_process_utility(PlannedStmt *pstmt, const char *queryString,
                      bool readOnlyTree, ProcessUtilityContext context,
@@ -302,6 +346,8 @@ host_process_utility(PlannedStmt *pstmt, const char *queryString,
     if (IsA(pstmt->utilityStmt, CallStmt) && SyncMacSession_hook)
         SyncMacSession_hook(false);
     host_check_alter_table(pstmt->utilityStmt);
+    if (host_copy_into_guarded_table(pstmt, queryString, queryEnv, qc))
+        return;
     if (extname == NULL || MacCreateExtensionProcess_hook == NULL)
     {
         host_call_next_utility(pstmt, queryString, readOnlyTree, context,

@@ -95,6 +95,18 @@ extern PGDLLEXPORT MacProcessIgnoreMacField_hook_type MacProcessIgnoreMacField_h
 void host_do_copy(ParseState *pstate, const CopyStmt *stmt, int stmt_location,
                   int stmt_len, uint64 *processed);
 
+/*
+ * Row-level security guards of protected tables (guard.cpp), which keep
+ * them closed on a server that runs without lavrel.  The module places a
+ * guard when it applies a policy to a table and takes it away with the
+ * policy; the layer takes the guards out of every query it plans.
+ */
+void host_add_table_guard(Oid relid, const char *policy_name, const char *column);
+void host_remove_table_guard(Oid relid, const char *policy_name);
+void host_strip_table_guards(Query *query);
+/* Whether the table's row-level security is on, with guards and nothing else. */
+bool host_only_guards(Relation rel);
+
 /* Connects the hooks above to PostgreSQL's own hook points; once, at load. */
 void host_install_hooks(void);
 

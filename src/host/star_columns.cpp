@@ -74,14 +74,20 @@ skip_identifier(const char *p)
     return p;
 }
 
-/* Whether the source text at location is `*` or a name ending in `.*`. */
+/*
+ * Whether the source text at location is `*` or a name ending in `.*`.
+ * `TABLE t` is `SELECT * FROM t` whose star has no place in the text: its
+ * columns have no location.
+ */
 static bool
 is_star_reference(const char *text, int location)
 {
     const char *p;
 
-    if (text == NULL || location < 0)
+    if (text == NULL)
         return false;
+    if (location < 0)
+        return true;
     for (p = text + location;; p++)
     {
         p = skip_spaces(p);

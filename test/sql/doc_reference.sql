@@ -260,6 +260,12 @@ SELECT lavrel.generate_default_label_value(1);
 SELECT lavrel.policy_read_min_label_id(1), lavrel.policy_read_max_label_id(1);
 SELECT lavrel.generate_default_label_value(2);
 SELECT lavrel.policy_read_max_label_id(0);
+SELECT lavrel.table_guard(100);
+\c - postgres
+SELECT polname, polpermissive, polroles::regrole[], polcmd,
+       pg_get_expr(polqual, polrelid) AS using, pg_get_expr(polwithcheck, polrelid) AS with_check
+  FROM pg_policy WHERE polrelid = 'documents'::regclass;
+SELECT relrowsecurity, relforcerowsecurity FROM pg_class WHERE relname = 'documents';
 
 -- enable_policy, disable_policy
 \c - regress_ref_user

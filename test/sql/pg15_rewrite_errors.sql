@@ -13,9 +13,12 @@ INSERT INTO ledger VALUES (1, 100, 20), (2, 200, 30);
 -- ---------------------------------------------------------------------
 -- A protected table that has lost its policy column, which ALTER TABLE
 -- lets the administrator drop: every query that would filter the table
--- fails rather than run unfiltered, for the administrator too.
+-- fails rather than run unfiltered, for the administrator too.  The
+-- column's guard of row-level security depends on it, so the drop needs
+-- CASCADE, and the table's row-level security stays on without a policy.
 -- ---------------------------------------------------------------------
 ALTER TABLE ledger DROP COLUMN p_label;
+ALTER TABLE ledger DROP COLUMN p_label CASCADE;
 SELECT try_stmt($$SELECT * FROM ledger$$);
 SET SESSION AUTHORIZATION regress_pg15_user;
 SELECT try_stmt($$SELECT * FROM ledger$$);
@@ -26,7 +29,8 @@ SELECT try_stmt($$UPDATE plain_ledger SET amount = 0 WHERE id IN (SELECT id FROM
 SELECT * FROM ledger;
 RESET SESSION AUTHORIZATION;
 -- A new column of that name is filtered on again: its labels are all null,
--- which only the administrator's FULL privilege may read.
+-- which only the administrator's FULL privilege may read.  The user reads
+-- nothing in any case: row-level security without a policy denies all.
 ALTER TABLE ledger ADD COLUMN p_label int;
 SELECT * FROM ledger ORDER BY id;
 SET SESSION AUTHORIZATION regress_pg15_user;
