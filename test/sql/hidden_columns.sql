@@ -1,6 +1,6 @@
 --
 -- Hidden policy columns.  A policy created with hide_column true leaves its
--- column out of * and t.* wherever a user sees their expansion: select and
+-- column out of *, t.* and TABLE wherever a user sees their expansion: select and
 -- RETURNING lists, subqueries in FROM, WITH queries, views, CREATE TABLE
 -- AS, cursors and prepared statements.  Named explicitly, the column is
 -- there.  Output that is read by position (INSERT ... SELECT, set
@@ -53,6 +53,14 @@ SELECT * FROM hs."Notes" ORDER BY id;
 SELECT "Notes".* FROM hs."Notes" ORDER BY id;
 SELECT hs."Notes".* FROM hs."Notes" ORDER BY id;
 SELECT "Notes" . * FROM hs."Notes" ORDER BY id;
+-- TABLE t means SELECT * FROM t.
+TABLE docs ORDER BY id;
+SELECT * FROM (TABLE hs."Notes") s ORDER BY id;
+EXPLAIN (VERBOSE, COSTS OFF) TABLE docs;
+-- Whole-row references are values of the table's row type, which has
+-- every column: the hidden one too.
+SELECT docs FROM docs ORDER BY id;
+SELECT row_to_json(d) FROM docs d ORDER BY id;
 -- Named explicitly, alone, beside a star or qualified: visible.
 SELECT id, h_label FROM docs ORDER BY id;
 SELECT *, h_label FROM docs ORDER BY id;
@@ -155,6 +163,8 @@ CREATE TABLE docs_ctas AS SELECT * FROM docs;
 \d docs_ctas
 SELECT * INTO docs_into FROM docs d;
 \d docs_into
+CREATE TABLE docs_table_ctas AS TABLE docs;
+\d docs_table_ctas
 CREATE TABLE docs_named_ctas AS SELECT *, h_label FROM docs;
 SELECT * FROM docs_named_ctas ORDER BY id;
 CREATE MATERIALIZED VIEW docs_mv AS SELECT * FROM docs;
@@ -172,9 +182,15 @@ EXPLAIN (VERBOSE, COSTS OFF) SELECT * FROM docs;
 -- ---------------------------------------------------------------------
 -- Output read by position keeps the column
 -- ---------------------------------------------------------------------
--- INSERT ... SELECT * copies the labels.
+-- INSERT ... SELECT * copies the labels.  PostgreSQL counts the columns of
+-- the source while it analyses the statement, before lavrel sees it: into
+-- a table with fewer columns it fails, and the columns must be named.
 CREATE TABLE docs_copy (id int, body text, h_label int);
 INSERT INTO docs_copy SELECT * FROM docs;
+CREATE TABLE docs_two (id int, body text);
+INSERT INTO docs_two SELECT * FROM docs;
+INSERT INTO docs_two SELECT id, body FROM docs;
+INSERT INTO docs_two TABLE docs;
 WITH c AS (SELECT * FROM docs) INSERT INTO docs_copy SELECT * FROM c;
 INSERT INTO docs VALUES (3, 'archived', 20);
 WITH gone AS (DELETE FROM docs WHERE id = 3 RETURNING *) INSERT INTO docs_copy SELECT * FROM gone;
@@ -200,6 +216,7 @@ SELECT lavrel.set_user_labels('h', 'regress_hc_user', 'low');
 SELECT * FROM docs ORDER BY id;
 SELECT id, h_label FROM docs ORDER BY id;
 SELECT * FROM (SELECT * FROM docs) s;
+TABLE docs;
 SELECT * FROM docs_v;
 INSERT INTO docs VALUES (4, 'user doc') RETURNING *;
 SELECT id, h_label FROM docs ORDER BY id;
@@ -227,7 +244,7 @@ DROP VIEW docs_v, docs_owner_v, docs_owner_again, docs_named_v;
 DROP MATERIALIZED VIEW docs_mv;
 SELECT lavrel.drop_policy('h');
 SELECT lavrel.drop_policy('v');
-DROP TABLE docs, hs."Notes", memo, owners, docs_ctas, docs_into, docs_named_ctas, docs_copy;
+DROP TABLE docs, hs."Notes", memo, owners, docs_ctas, docs_into, docs_named_ctas, docs_copy, docs_two, docs_table_ctas;
 DROP SCHEMA hs;
 DROP ROLE regress_hc_user;
 DROP FUNCTION try_stmt(text);
