@@ -24,6 +24,12 @@ SELECT policy_oid, policy_name, obj_type, obj_namespace::regnamespace,
 SELECT a.attrelid::regclass, a.attname, pg_get_expr(d.adbin, d.adrelid)
   FROM pg_attribute a JOIN pg_attrdef d ON (d.adrelid, d.adnum) = (a.attrelid, a.attnum)
  WHERE a.attname IN ('clearance', 'grade') ORDER BY a.attrelid::regclass::text, a.attname;
+-- The row-level security guards of the protected tables.
+SELECT c.oid::regclass, c.relrowsecurity, c.relforcerowsecurity, p.polname,
+       pg_get_expr(p.polqual, p.polrelid), pg_get_expr(p.polwithcheck, p.polrelid)
+  FROM pg_class c LEFT JOIN pg_policy p ON p.polrelid = c.oid
+ WHERE c.relrowsecurity OR p.polname IS NOT NULL
+ ORDER BY c.oid::regclass::text, p.polname;
 -- Every row, with every policy column (the administrator holds FULL).
 SELECT id, title, clearance FROM documents ORDER BY id;
 SELECT employee, amount, grade FROM salaries ORDER BY employee;
