@@ -191,6 +191,80 @@ host_only_guards(Relation rel)
 }
 
 /* ---------------------------------------------------------------------
+ * Keeping the guards in place
+ * --------------------------------------------------------------------- */
+
+/* The policy of row-level security a DROP, ALTER or RENAME POLICY names. */
+static void
+named_policy(Node *stmt, RangeVar **table, const char **name)
+{
+    if (IsA(stmt, DropStmt) && ((DropStmt *) stmt)->removeType == OBJECT_POLICY)
+    {
+        List       *object = (List *) linitial(((DropStmt *) stmt)->objects);
+
+        *table = makeRangeVarFromNameList(list_truncate(list_copy(object),
+                                                        list_length(object) - 1));
+        *name = strVal(llast(object));
+    }
+    else if (IsA(stmt, AlterPolicyStmt))
+    {
+        *table = ((AlterPolicyStmt *) stmt)->table;
+        *name = ((AlterPolicyStmt *) stmt)->policy_name;
+    }
+    else if (IsA(stmt, RenameStmt) && ((RenameStmt *) stmt)->renameType == OBJECT_POLICY)
+    {
+        *table = ((RenameStmt *) stmt)->relation;
+        *name = ((RenameStmt *) stmt)->subname;
+    }
+}
+
+/* Whether the policy's USING expression is the guard. */
+static bool
+is_guard_policy(Oid policy_oid)
+{
+    Relation    policies = table_open(PolicyRelationId, AccessShareLock);
+    ScanKeyData key;
+    SysScanDesc scan;
+    HeapTuple   tuple;
+    bool        guard = false;
+    bool        isnull;
+    Datum       qual;
+
+    ScanKeyInit(&key, Anum_pg_policy_oid, BTEqualStrategyNumber, F_OIDEQ,
+                ObjectIdGetDatum(policy_oid));
+    scan = systable_beginscan(policies, PolicyOidIndexId, true, NULL, 1, &key);
+    tuple = systable_getnext(scan);
+    if (HeapTupleIsValid(tuple))
+    {
+        qual = heap_getattr(tuple, Anum_pg_policy_polqual, RelationGetDescr(policies), &isnull);
+        guard = !isnull && is_guard_call((Node *) stringToNode(TextDatumGetCString(qual)),
+                                         guard_proc());
+    }
+    systable_endscan(scan);
+    table_close(policies, AccessShareLock);
+    return guard;
+}
+
+void
+host_check_guard_change(Node *stmt)
+{
+    RangeVar   *table = NULL;
+    const char *name = NULL;
+    Oid         relid;
+
+    named_policy(stmt, &table, &name);
+    if (table == NULL)
+        return;
+    relid = RangeVarGetRelid(table, NoLock, true);
+    if (OidIsValid(relid) && is_guard_policy(get_relation_policy_oid(relid, name, true)))
+        ereport(ERROR,
+                (errcode(ERRCODE_INSUFFICIENT_PRIVILEGE),
+                 errmsg("policy \"%s\" of table \"%s\" guards a table under a lavrel policy",
+                        name, get_rel_name(relid)),
+                 errhint("Remove the table's policies with lavrel.remove_table_policy.")));
+}
+
+/* ---------------------------------------------------------------------
  * Placing and taking away the guards
  * --------------------------------------------------------------------- */
 

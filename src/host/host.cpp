@@ -230,7 +230,7 @@ extension_being_installed(Node *stmt)
 }
 
 /* ---------------------------------------------------------------------
- * ALTER TABLE guard
+ * ALTER TABLE guard, and the guards of row-level security (guard.cpp)
  * --------------------------------------------------------------------- */
 
 static bool
@@ -255,10 +255,11 @@ host_check_relation(RangeVar *relation, Check check)
 }
 
 static void
-host_check_alter_table(Node *stmt)
+host_check_alteration(Node *stmt)
 {
     if (!host_guards_apply())
         return;
+    host_check_guard_change(stmt);
     /*
      * Whatever object type the statement names: PostgreSQL renames a
      * table's columns also through ALTER VIEW and ALTER FOREIGN TABLE.
@@ -345,7 +346,7 @@ host_process_utility(PlannedStmt *pstmt, const char *queryString,
     /* CALL looks the procedure up, and mediates it, without an executor. */
     if (IsA(pstmt->utilityStmt, CallStmt) && SyncMacSession_hook)
         SyncMacSession_hook(false);
-    host_check_alter_table(pstmt->utilityStmt);
+    host_check_alteration(pstmt->utilityStmt);
     if (host_copy_into_guarded_table(pstmt, queryString, queryEnv, qc))
         return;
     if (extname == NULL || MacCreateExtensionProcess_hook == NULL)

@@ -7,7 +7,8 @@
 --     the row, neither the hidden one the key meets nor the new one;
 --   - the planner estimates with a function that is not leakproof only
 --     without the statistics' values.
--- "twin" is the same table without a policy, where PostgreSQL shows all of
+-- The guard itself cannot be dropped or altered, and the owner's own
+-- policies keep their meaning.  "twin" is the same table without a policy, where PostgreSQL shows all of
 -- it: the checks below fail if the protection goes.
 --
 \i sql/include/pg15_policy.sql
@@ -49,6 +50,22 @@ RESET row_security;
 ALTER TABLE ledger DISABLE ROW LEVEL SECURITY;
 ALTER TABLE ledger NO FORCE ROW LEVEL SECURITY;
 ALTER TABLE twin ENABLE ROW LEVEL SECURITY, DISABLE ROW LEVEL SECURITY;
+-- Nor drop, alter or rename the guard.
+DROP POLICY lavrel_p ON ledger;
+ALTER POLICY lavrel_p ON ledger TO regress_pg15_user;
+ALTER POLICY lavrel_p ON public.ledger USING (true);
+ALTER POLICY lavrel_p ON ledger RENAME TO mine;
+-- A policy of the owner's own is his to change.
+CREATE POLICY mine ON ledger USING (true);
+ALTER POLICY mine ON ledger RENAME TO still_mine;
+DROP POLICY still_mine ON ledger;
+DROP POLICY IF EXISTS nosuch ON ledger;
+-- The owner's own policies keep their meaning beside the guard: a
+-- restrictive one narrows what the labels let through.
+SELECT count(*) FROM ledger;
+CREATE POLICY small ON ledger AS RESTRICTIVE USING (id <= 50);
+SELECT count(*) FROM ledger;
+DROP POLICY small ON ledger;
 RESET SESSION AUTHORIZATION;
 -- The administrator, a superuser, sees them.
 SELECT tablename, count(*) FROM pg_stats WHERE tablename IN ('ledger', 'twin')
