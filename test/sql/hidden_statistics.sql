@@ -8,8 +8,9 @@
 --   - the planner estimates with a function that is not leakproof only
 --     without the statistics' values.
 -- The guard itself cannot be dropped or altered, and the owner's own
--- policies keep their meaning.  "twin" is the same table without a policy, where PostgreSQL shows all of
--- it: the checks below fail if the protection goes.
+-- policies keep their meaning.  "twin" is the same table without a policy,
+-- where PostgreSQL shows all of it: the checks below fail if the
+-- protection goes.
 --
 \i sql/include/pg15_policy.sql
 SET client_min_messages = warning;
