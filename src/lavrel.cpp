@@ -413,7 +413,13 @@ MacHiddenPolicyColumn(ParseState *pstate, RangeTblEntry *rte, Var *var)
  * ALTER TABLE on policy columns
  * --------------------------------------------------------------------- */
 
-/* The subcommands that change one column, named by the command. */
+/*
+ * The subcommands that change one column, named by the command.  DROP
+ * COLUMN is refused here, before PostgreSQL looks at what depends on the
+ * column; the drop guard (MacObjectDrop) refuses the drops of a policy
+ * column that no ALTER TABLE of its table names, as ALTER TYPE ... DROP
+ * ATTRIBUTE ... CASCADE of a typed table's type.
+ */
 static bool
 is_column_subcommand(AlterTableType subtype)
 {
@@ -443,13 +449,13 @@ is_column_subcommand(AlterTableType subtype)
     }
 }
 
-/* Only the administrator may change or rename a policy column. */
-static void
-check_policy_column_change(Relation rel, const char *colname)
+/* Only the administrator may change, rename or drop a policy column. */
+void
+MacPolicyColumnChangeCheck(Oid relid, const char *colname)
 {
     if (colname == NULL || GetUserId() == MacAdminRoleId)
         return;
-    if (IsPolicyColumn(RelationGetRelid(rel), colname))
+    if (IsPolicyColumn(relid, colname))
         ereport(ERROR,
                 (errcode(ERRCODE_INSUFFICIENT_PRIVILEGE),
                  errmsg("permission denied to alter label column")));
@@ -479,14 +485,14 @@ MacCheckAlterTable(Relation rel, AlterTableCmd *cmd)
         return;
     check_row_security_release(rel, cmd->subtype);
     if (is_column_subcommand(cmd->subtype))
-        check_policy_column_change(rel, cmd->name);
+        MacPolicyColumnChangeCheck(RelationGetRelid(rel), cmd->name);
 }
 
 void
 MacCheckRenameColumn(Relation rel, const char *colname)
 {
     if (OidIsValid(MacPolicyEnforcementRelationId))
-        check_policy_column_change(rel, colname);
+        MacPolicyColumnChangeCheck(RelationGetRelid(rel), colname);
 }
 
 /* ---------------------------------------------------------------------
@@ -605,6 +611,9 @@ _PG_init(void)
     MacCheckRenameColumn_hook = MacCheckRenameColumn;
     ObjMediation_hook = ObjMediation;
     MacRelationWritten_hook = MacRelationWritten;
+    MacObjectDrop_hook = MacObjectDrop;
+    MacRelationTruncate_hook = MacRelationTruncate;
+    MacInheritanceLink_hook = MacInheritanceLink;
     SyncMacSession_hook = SyncMacSession;
 }
 
@@ -629,4 +638,7 @@ _PG_fini(void)
     MacCheckRenameColumn_hook = NULL;
     ObjMediation_hook = NULL;
     MacRelationWritten_hook = NULL;
+    MacObjectDrop_hook = NULL;
+    MacRelationTruncate_hook = NULL;
+    MacInheritanceLink_hook = NULL;
 }

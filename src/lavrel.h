@@ -110,6 +110,8 @@ PGDLLEXPORT void MacCheckAlterTable(Relation rel, AlterTableCmd *cmd);
 PGDLLEXPORT void MacCheckRenameColumn(Relation rel, const char *colname);
 PGDLLEXPORT void ObjMediation(const char *kind, Oid namespace_id, Oid objoid);
 PGDLLEXPORT void MacRelationWritten(Oid relid);
+/* Refuses a change to a policy column of the table by anyone but the administrator. */
+PGDLLEXPORT void MacPolicyColumnChangeCheck(Oid relid, const char *colname);
 Oid LookupMacFunctionOid(Oid namespaceId, const char *name);
 
 /*
@@ -469,6 +471,9 @@ PGDLLEXPORT void policy_process_utility_hook(PlannedStmt *pstmt, const char *que
                                              bool readOnlyTree, ProcessUtilityContext context,
                                              ParamListInfo params, QueryEnvironment *queryEnv,
                                              DestReceiver *dest, QueryCompletion *qc);
+PGDLLEXPORT void MacObjectDrop(Oid classId, Oid objectId, int subId);
+PGDLLEXPORT void MacRelationTruncate(Oid relid);
+PGDLLEXPORT void MacInheritanceLink(Oid child, Oid parent);
 
 /* ---------------------------------------------------------------------
  * rewritemac.cpp: the label filter

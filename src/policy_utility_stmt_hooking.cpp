@@ -1,9 +1,18 @@
 /*
  * policy_utility_stmt_hooking.cpp
- *    lavrel's place in the utility-statement path: DROP TABLE, DROP
- *    EXTENSION and DROP ROLE are refused while access control still depends
- *    on what they would destroy, and a COPY of a protected table is run
- *    under the labels.
+ *    lavrel's guards on what utility statements do to the objects access
+ *    control depends on, and its place in the utility-statement path.
+ *
+ * While access control is in force:
+ *   - no statement drops a table under a policy, its policy column, a role
+ *     authorized under a policy, or lavrel's own catalogs (MacObjectDrop,
+ *     asked by PostgreSQL for every object it drops), and DROP EXTENSION
+ *     lavrel is refused while policies apply;
+ *   - TRUNCATE empties a table under a policy only for a session with FULL
+ *     under each of its policies (MacRelationTruncate);
+ *   - a table under a policy takes part in no inheritance, partitions
+ *     included (MacInheritanceLink);
+ *   - a COPY of a protected table is run under the labels.
  *
  * policy_process_utility_hook sees every utility statement while access
  * control is in force, checks or runs it, and otherwise hands it on to the
@@ -21,27 +30,6 @@ object_in_use(const char *message)
     ereport(ERROR,
             (errcode(ERRCODE_OBJECT_IN_USE),
              errmsg_internal("%s", message)));
-}
-
-/* A protected table may not be dropped, whichever place it has in the list. */
-static void
-Policy_Check_Drop_Table(DropStmt *stmt)
-{
-    ListCell   *lc;
-
-    if (stmt->removeType != OBJECT_TABLE)
-        return;
-    foreach(lc, stmt->objects)
-    {
-        RangeVar   *relation = makeRangeVarFromNameList((List *) lfirst(lc));
-        Oid         relid;
-
-        AcceptInvalidationMessages();
-        relid = RangeVarGetRelid(relation, AccessShareLock, true);
-        if (OidIsValid(relid) &&
-            ObjectIsExistById(MacPolicyEnforcementRelationId, mac_col::enf_relation_oid, relid))
-            object_in_use("current table cannot be dropped, because mac policy has applied");
-    }
 }
 
 /*
@@ -75,56 +63,149 @@ Policy_Check_Drop_Extension(DropStmt *stmt)
     }
 }
 
-/* One role of DROP ROLE: the server's own checks, then the authorization. */
+/*
+ * lavrel's own catalogs: every relation in the extension's schema, its
+ * columns included.  DROP EXTENSION lavrel is refused above while access
+ * control is on, so no drop of them is legitimate while the guards apply.
+ */
 static void
-check_drop_one_role(DropRoleStmt *stmt, RoleSpec *spec)
+check_drop_catalog(Oid relid, int attnum)
 {
-    HeapTuple   tuple;
-    Form_pg_authid role;
+    ObjectAddress address;
 
-    if (spec->roletype != ROLESPEC_CSTRING)
-        ereport(ERROR,
-                (errcode(ERRCODE_INVALID_PARAMETER_VALUE),
-                 errmsg("cannot use special role specifier in DROP ROLE")));
-    tuple = SearchSysCache1(AUTHNAME, PointerGetDatum(spec->rolename));
-    if (!HeapTupleIsValid(tuple))
+    if (get_rel_namespace(relid) != get_rel_namespace(MacPolicyRelationId))
+        return;
+    ObjectAddressSubSet(address, RelationRelationId, relid, attnum);
+    ereport(ERROR,
+            (errcode(ERRCODE_OBJECT_IN_USE),
+             errmsg("cannot drop %s, because lavrel's access control depends on it",
+                    getObjectDescription(&address, false)),
+             errhint("lavrel's catalogs go only with DROP EXTENSION lavrel, once access control is off.")));
+}
+
+/* A table under a policy, or its policy column. */
+static void
+check_drop_relation(Oid relid, int attnum)
+{
+    char       *colname;
+
+    check_drop_catalog(relid, attnum);
+    if (attnum == 0)
     {
-        /* With IF EXISTS, PostgreSQL itself tells that it skips the role. */
-        if (!stmt->missing_ok)
-            ereport(ERROR,
-                    (errcode(ERRCODE_UNDEFINED_OBJECT),
-                     errmsg("role \"%s\" does not exist", spec->rolename)));
+        if (ObjectIsExistById(MacPolicyEnforcementRelationId, mac_col::enf_relation_oid, relid))
+            object_in_use("current table cannot be dropped, because mac policy has applied");
         return;
     }
-    role = (Form_pg_authid) GETSTRUCT(tuple);
-    if (role->rolsuper && !superuser())
-        ereport(ERROR,
-                (errcode(ERRCODE_INSUFFICIENT_PRIVILEGE),
-                 errmsg("must be superuser to drop superusers")));
-    if (ObjectIsExistById(MacPolicyUserRelationId, mac_col::user_oid, role->oid))
-        object_in_use("current user cannot be dropped, because mac policy has applied");
-    ReleaseSysCache(tuple);
+    colname = get_attname(relid, (AttrNumber) attnum, true);
+    if (colname != NULL)
+        MacPolicyColumnChangeCheck(relid, colname);
 }
 
 /*
- * A role authorized under any policy may not be dropped.  The server's own
- * DROP ROLE checks are repeated first, so that their errors keep coming in
- * the server's order and words.
+ * A role authorized under any policy.  PostgreSQL has made its own checks
+ * on the role (CREATEROLE, special names, existence, the current and the
+ * session user, superusers) before it asks.
  */
 static void
-Policy_Check_Drop_Role(DropRoleStmt *stmt)
+check_drop_role(Oid roleid)
 {
-    Relation    authid;
-    ListCell   *lc;
+    if (ObjectIsExistById(MacPolicyUserRelationId, mac_col::user_oid, roleid))
+        object_in_use("current user cannot be dropped, because mac policy has applied");
+}
 
-    if (!has_createrole_privilege(GetUserId()))
+/*
+ * Every object PostgreSQL drops, by whatever statement: a DROP of its own,
+ * DROP ... CASCADE, DROP OWNED or ALTER TABLE ... DROP COLUMN.  A column
+ * comes as its table's oid with the column number in subId.
+ */
+void
+MacObjectDrop(Oid classId, Oid objectId, int subId)
+{
+    if (!MAC_isenable())
+        return;
+    switch (classId)
+    {
+        case RelationRelationId:
+            check_drop_relation(objectId, subId);
+            break;
+        case AuthIdRelationId:
+            check_drop_role(objectId);
+            break;
+        default:
+            break;
+    }
+}
+
+/* ---------------------------------------------------------------------
+ * TRUNCATE
+ * --------------------------------------------------------------------- */
+
+/*
+ * TRUNCATE removes every row, whatever its label: it is left only to a
+ * session holding FULL under every policy applied to the table, disabled
+ * ones included.  PostgreSQL asks for each table it is about to empty,
+ * those reached through inheritance or CASCADE too.
+ */
+void
+MacRelationTruncate(Oid relid)
+{
+    List       *policy_ids;
+    ListCell   *lc;
+    AclResult   acl;
+
+    if (!MAC_isenable())
+        return;
+    policy_ids = get_policyids_on_rel(relid);
+    if (policy_ids == NIL)
+        return;
+    /* PostgreSQL asks before it checks the privilege: its refusal comes first. */
+    acl = pg_class_aclcheck(relid, GetUserId(), ACL_TRUNCATE);
+    if (acl != ACLCHECK_OK)
+        aclcheck_error(acl, OBJECT_TABLE, get_rel_name(relid));
+    SyncMacSession(false);
+    foreach(lc, policy_ids)
+    {
+        MacSessionLabel *session = mac_SessionLabelHTLookup(lfirst_oid(lc));
+
+        if (session == NULL || (session->privs & MAC_PRIV_FULL) == 0)
+            ereport(ERROR,
+                    (errcode(ERRCODE_INSUFFICIENT_PRIVILEGE),
+                     errmsg("permission denied to truncate table \"%s\"", get_rel_name(relid)),
+                     errdetail("The table is under policy \"%s\", and the session does not hold "
+                               "the FULL privilege under it.", get_policy_name(lfirst_oid(lc))),
+                     errhint("TRUNCATE of a table under a policy needs FULL under each of its "
+                             "policies; DELETE removes the rows the session may write.")));
+    }
+}
+
+/* ---------------------------------------------------------------------
+ * Inheritance
+ * --------------------------------------------------------------------- */
+
+static void
+check_inheritance_member(Oid relid)
+{
+    if (MAC_IsPolicyProtectedRel(relid))
         ereport(ERROR,
-                (errcode(ERRCODE_INSUFFICIENT_PRIVILEGE),
-                 errmsg("permission denied to drop role")));
-    authid = table_open(AuthIdRelationId, AccessShareLock);
-    foreach(lc, stmt->roles)
-        check_drop_one_role(stmt, (RoleSpec *) lfirst(lc));
-    table_close(authid, AccessShareLock);
+                (errcode(ERRCODE_FEATURE_NOT_SUPPORTED),
+                 errmsg("table \"%s\" is under a lavrel policy and cannot take part in inheritance",
+                        get_rel_name(relid)),
+                 errdetail("A child read on its own is not filtered by its parent's policy, "
+                           "and a parent's scan does not filter its children by theirs.")));
+}
+
+/*
+ * A new link between a parent and a child or partition, either of which
+ * is under a policy.  PostgreSQL asks once it has made its own checks and
+ * holds its locks on both tables, before the statement ends.
+ */
+void
+MacInheritanceLink(Oid child, Oid parent)
+{
+    if (!MAC_isenable())
+        return;
+    check_inheritance_member(parent);
+    check_inheritance_member(child);
 }
 
 /* ---------------------------------------------------------------------
@@ -522,12 +603,7 @@ policy_process_utility_hook(PlannedStmt *pstmt, const char *queryString, bool re
         if (IsA(stmt, CopyStmt) && policy_process_copy(pstmt, queryString, queryEnv, qc))
             return;
         if (IsA(stmt, DropStmt))
-        {
-            Policy_Check_Drop_Table((DropStmt *) stmt);
             Policy_Check_Drop_Extension((DropStmt *) stmt);
-        }
-        else if (IsA(stmt, DropRoleStmt))
-            Policy_Check_Drop_Role((DropRoleStmt *) stmt);
     }
     call_next_utility(pstmt, queryString, readOnlyTree, context, params, queryEnv, dest, qc);
     if (IsA(stmt, DiscardStmt) && ((DiscardStmt *) stmt)->target == DISCARD_ALL)

@@ -32,6 +32,23 @@
  *   MacHiddenPolicyColumn_hook        post_parse_analyze_hook: star-expanded
  *                                     columns it calls hidden are taken out
  *                                     of the analysed query (star_columns.cpp)
+ *   MacObjectDrop_hook                object_access_hook, OAT_DROP: every
+ *                                     object and column dropped, by DROP of
+ *                                     its own or through dependencies (DROP
+ *                                     ... CASCADE, DROP OWNED, ALTER TABLE
+ *                                     DROP COLUMN), and every role of DROP
+ *                                     ROLE after PostgreSQL's own checks on
+ *                                     it; unless MacNeedCheckPermisition_hook
+ *                                     says no
+ *   MacRelationTruncate_hook          object_access_hook, OAT_TRUNCATE: every
+ *                                     table TRUNCATE empties (named, reached
+ *                                     through inheritance or CASCADE)
+ *   MacInheritanceLink_hook           object_access_hook, OAT_POST_ALTER of
+ *                                     pg_inherits: every new parent-child
+ *                                     link (CREATE TABLE ... INHERITS or
+ *                                     PARTITION OF, ALTER TABLE ... INHERIT
+ *                                     or ATTACH PARTITION), once PostgreSQL
+ *                                     holds the locks and stored the link
  */
 #include "host/host.h"
 
@@ -47,6 +64,9 @@ MacCheckAlterTable_hook_type MacCheckAlterTable_hook = NULL;
 MacCheckRenameColumn_hook_type MacCheckRenameColumn_hook = NULL;
 ObjMediation_hook_type ObjMediation_hook = NULL;
 MacRelationWritten_hook_type MacRelationWritten_hook = NULL;
+MacObjectDrop_hook_type MacObjectDrop_hook = NULL;
+MacRelationTruncate_hook_type MacRelationTruncate_hook = NULL;
+MacInheritanceLink_hook_type MacInheritanceLink_hook = NULL;
 }
 
 static planner_hook_type prev_planner = NULL;
@@ -54,6 +74,7 @@ static needs_fmgr_hook_type prev_needs_fmgr = NULL;
 static ExecutorStart_hook_type prev_executor_start = NULL;
 static ExecutorCheckPerms_hook_type prev_check_perms = NULL;
 static ProcessUtility_hook_type prev_process_utility = NULL;
+static object_access_hook_type prev_object_access = NULL;
 
 void
 host_require_preload(void)
@@ -371,6 +392,57 @@ host_process_utility(PlannedStmt *pstmt, const char *queryString,
     PG_END_TRY();
 }
 
+/* ---------------------------------------------------------------------
+ * Object access: drops, TRUNCATE and inheritance links
+ * --------------------------------------------------------------------- */
+
+/*
+ * Whether pg_inherits, as the current command has left it so far, links
+ * `child` to `parent`.  PostgreSQL announces a link it stores and one it
+ * removes in the same way; only the stored one is still there.
+ */
+static bool
+host_inheritance_stored(Oid child, Oid parent)
+{
+    Relation    inherits = table_open(InheritsRelationId, AccessShareLock);
+    ScanKeyData key;
+    SysScanDesc scan;
+    HeapTuple   tuple;
+    bool        stored = false;
+
+    ScanKeyInit(&key, Anum_pg_inherits_inhrelid, BTEqualStrategyNumber, F_OIDEQ,
+                ObjectIdGetDatum(child));
+    scan = systable_beginscan(inherits, InheritsRelidSeqnoIndexId, true, SnapshotSelf, 1, &key);
+    while (!stored && HeapTupleIsValid(tuple = systable_getnext(scan)))
+        stored = ((Form_pg_inherits) GETSTRUCT(tuple))->inhparent == parent;
+    systable_endscan(scan);
+    table_close(inherits, AccessShareLock);
+    return stored;
+}
+
+/*
+ * PostgreSQL calls this for every object it drops, every table TRUNCATE
+ * empties and every inheritance link it stores or removes (the parent in
+ * the auxiliary id), besides events the module does not look at.
+ */
+static void
+host_object_access(ObjectAccessType access, Oid classId, Oid objectId, int subId, void *arg)
+{
+    if (prev_object_access)
+        prev_object_access(access, classId, objectId, subId, arg);
+    if (access == OAT_DROP && MacObjectDrop_hook && host_guards_apply())
+        MacObjectDrop_hook(classId, objectId, subId);
+    else if (access == OAT_TRUNCATE && MacRelationTruncate_hook)
+        MacRelationTruncate_hook(objectId);
+    else if (access == OAT_POST_ALTER && classId == InheritsRelationId && MacInheritanceLink_hook)
+    {
+        Oid         parent = ((ObjectAccessPostAlter *) arg)->auxiliary_id;
+
+        if (host_inheritance_stored(objectId, parent))
+            MacInheritanceLink_hook(objectId, parent);
+    }
+}
+
 void
 host_install_hooks(void)
 {
@@ -386,4 +458,6 @@ host_install_hooks(void)
     ProcessUtility_hook = host_process_utility;
     prev_post_parse_analyze = post_parse_analyze_hook;
     post_parse_analyze_hook = host_post_parse_analyze;
+    prev_object_access = object_access_hook;
+    object_access_hook = host_object_access;
 }

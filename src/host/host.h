@@ -7,7 +7,8 @@
  * (who the administrator is, when to synchronise the session, when an
  * extension script is running).  Stock PostgreSQL has none of these under
  * those names, so this layer declares them and wires them to the hook
- * points PostgreSQL really offers (ExecutorStart_hook, ProcessUtility_hook).
+ * points PostgreSQL really offers (ExecutorStart_hook, ProcessUtility_hook,
+ * object_access_hook, ...).
  * Everything that depends on the PostgreSQL version lives here.
  */
 #ifndef LAVREL_HOST_H
@@ -56,6 +57,19 @@ typedef void (*ObjMediation_hook_type)(const char *kind, Oid namespace_id, Oid o
 /* Told of each table a statement is about to write (DML, COPY FROM). */
 typedef void (*MacRelationWritten_hook_type)(Oid relid);
 
+/*
+ * Raise an error to refuse the drop of one object, whatever statement drops
+ * it: its catalog (pg_class, pg_authid, ...), its oid, and for a column of
+ * a table the column's number (0 for the object as a whole).
+ */
+typedef void (*MacObjectDrop_hook_type)(Oid classId, Oid objectId, int subId);
+
+/* Raise an error to refuse emptying a table with TRUNCATE. */
+typedef void (*MacRelationTruncate_hook_type)(Oid relid);
+
+/* Raise an error to refuse a new inheritance link (partitions included). */
+typedef void (*MacInheritanceLink_hook_type)(Oid child, Oid parent);
+
 extern PGDLLEXPORT MacNeedCheckPermisition_hook_type MacNeedCheckPermisition_hook;
 extern PGDLLEXPORT MacCreateExtensionProcess_hook_type MacCreateExtensionProcess_hook;
 extern PGDLLEXPORT SyncMacSession_hook_type SyncMacSession_hook;
@@ -67,6 +81,9 @@ extern PGDLLEXPORT MacCheckAlterTable_hook_type MacCheckAlterTable_hook;
 extern PGDLLEXPORT MacCheckRenameColumn_hook_type MacCheckRenameColumn_hook;
 extern PGDLLEXPORT ObjMediation_hook_type ObjMediation_hook;
 extern PGDLLEXPORT MacRelationWritten_hook_type MacRelationWritten_hook;
+extern PGDLLEXPORT MacObjectDrop_hook_type MacObjectDrop_hook;
+extern PGDLLEXPORT MacRelationTruncate_hook_type MacRelationTruncate_hook;
+extern PGDLLEXPORT MacInheritanceLink_hook_type MacInheritanceLink_hook;
 
 /*
  * COPY of a table under a policy.  Stock COPY has no hook points, so the

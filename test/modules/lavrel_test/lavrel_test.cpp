@@ -301,6 +301,11 @@ for_each_hook(Visit visit)
     visit("MacCheckRenameColumn_hook", &MacCheckRenameColumn_hook,
           &MacCheckRenameColumn, "MacCheckRenameColumn");
     visit("ObjMediation_hook", &ObjMediation_hook, &ObjMediation, "ObjMediation");
+    visit("MacObjectDrop_hook", &MacObjectDrop_hook, &MacObjectDrop, "MacObjectDrop");
+    visit("MacRelationTruncate_hook", &MacRelationTruncate_hook,
+          &MacRelationTruncate, "MacRelationTruncate");
+    visit("MacInheritanceLink_hook", &MacInheritanceLink_hook,
+          &MacInheritanceLink, "MacInheritanceLink");
     visit("SyncMacSession_hook", &SyncMacSession_hook, &SyncMacSession, "SyncMacSession");
 }
 
