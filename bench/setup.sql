@@ -103,6 +103,6 @@ COPY (SELECT p.id, p.payload, n.name FROM plain p JOIN label_names n ON n.id = p
 
 -- Table privileges are not what the benchmark measures: both roles get them
 -- all, and server files for COPY.
-GRANT SELECT, INSERT, UPDATE, TRUNCATE ON ALL TABLES IN SCHEMA public TO reader, outsider;
+GRANT SELECT, INSERT, UPDATE, DELETE, TRUNCATE ON ALL TABLES IN SCHEMA public TO reader, outsider;
 GRANT pg_read_server_files, pg_write_server_files TO reader, outsider;
 VACUUM ANALYZE;
