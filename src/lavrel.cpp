@@ -461,30 +461,10 @@ MacPolicyColumnChangeCheck(Oid relid, const char *colname)
                  errmsg("permission denied to alter label column")));
 }
 
-/*
- * The row-level security of a protected table keeps it closed on a server
- * without lavrel, and hides its statistics; it stays on while a policy
- * applies, for everyone.
- */
-static void
-check_row_security_release(Relation rel, AlterTableType subtype)
-{
-    if ((subtype == AT_DisableRowSecurity || subtype == AT_NoForceRowSecurity) &&
-        MAC_IsPolicyProtectedRel(RelationGetRelid(rel)))
-        ereport(ERROR,
-                (errcode(ERRCODE_INSUFFICIENT_PRIVILEGE),
-                 errmsg("row-level security of table \"%s\" is kept on while a lavrel policy applies",
-                        RelationGetRelationName(rel)),
-                 errhint("Remove the table's policies with lavrel.remove_table_policy first.")));
-}
-
 void
 MacCheckAlterTable(Relation rel, AlterTableCmd *cmd)
 {
-    if (!OidIsValid(MacPolicyEnforcementRelationId))
-        return;
-    check_row_security_release(rel, cmd->subtype);
-    if (is_column_subcommand(cmd->subtype))
+    if (OidIsValid(MacPolicyEnforcementRelationId) && is_column_subcommand(cmd->subtype))
         MacPolicyColumnChangeCheck(RelationGetRelid(rel), cmd->name);
 }
 

@@ -218,45 +218,88 @@ named_policy(Node *stmt, RangeVar **table, const char **name)
     }
 }
 
-/* Whether the policy's USING expression is the guard. */
+/*
+ * Whether a guard is among the policies of row-level security of table
+ * `relid`; only policy `policy_oid` is looked at when it is valid.
+ */
 static bool
-is_guard_policy(Oid policy_oid)
+has_guard(Oid relid, Oid policy_oid)
 {
     Relation    policies = table_open(PolicyRelationId, AccessShareLock);
     ScanKeyData key;
     SysScanDesc scan;
     HeapTuple   tuple;
-    bool        guard = false;
-    bool        isnull;
-    Datum       qual;
+    Oid         guard = guard_proc();
+    bool        found = false;
 
-    ScanKeyInit(&key, Anum_pg_policy_oid, BTEqualStrategyNumber, F_OIDEQ,
-                ObjectIdGetDatum(policy_oid));
-    scan = systable_beginscan(policies, PolicyOidIndexId, true, NULL, 1, &key);
-    tuple = systable_getnext(scan);
-    if (HeapTupleIsValid(tuple))
+    ScanKeyInit(&key, Anum_pg_policy_polrelid, BTEqualStrategyNumber, F_OIDEQ,
+                ObjectIdGetDatum(relid));
+    scan = systable_beginscan(policies, PolicyPolrelidPolnameIndexId, true, NULL, 1, &key);
+    while (!found && HeapTupleIsValid(tuple = systable_getnext(scan)))
     {
-        qual = heap_getattr(tuple, Anum_pg_policy_polqual, RelationGetDescr(policies), &isnull);
-        guard = !isnull && is_guard_call((Node *) stringToNode(TextDatumGetCString(qual)),
-                                         guard_proc());
+        Form_pg_policy policy = (Form_pg_policy) GETSTRUCT(tuple);
+        bool        isnull;
+        Datum       qual = heap_getattr(tuple, Anum_pg_policy_polqual,
+                                        RelationGetDescr(policies), &isnull);
+
+        found = (!OidIsValid(policy_oid) || policy->oid == policy_oid) && !isnull &&
+            is_guard_call((Node *) stringToNode(TextDatumGetCString(qual)), guard);
     }
     systable_endscan(scan);
     table_close(policies, AccessShareLock);
-    return guard;
+    return found;
 }
 
+/* An ALTER TABLE that switches row-level security off, or unforces it. */
+static bool
+releases_row_security(Node *stmt)
+{
+    ListCell   *lc;
+
+    if (!IsA(stmt, AlterTableStmt))
+        return false;
+    foreach(lc, ((AlterTableStmt *) stmt)->cmds)
+    {
+        AlterTableType subtype = lfirst_node(AlterTableCmd, lc)->subtype;
+
+        if (subtype == AT_DisableRowSecurity || subtype == AT_NoForceRowSecurity)
+            return true;
+    }
+    return false;
+}
+
+/*
+ * The guards, and the row-level security they work through, stay as they
+ * are while the table is under a lavrel policy: for everyone, whether
+ * access control is on or off.  The module takes them away with the policy.
+ */
 void
 host_check_guard_change(Node *stmt)
 {
     RangeVar   *table = NULL;
     const char *name = NULL;
     Oid         relid;
+    Oid         policy_oid;
 
+    if (releases_row_security(stmt))
+    {
+        relid = RangeVarGetRelid(((AlterTableStmt *) stmt)->relation, NoLock, true);
+        if (OidIsValid(relid) && has_guard(relid, InvalidOid))
+            ereport(ERROR,
+                    (errcode(ERRCODE_INSUFFICIENT_PRIVILEGE),
+                     errmsg("row-level security of table \"%s\" is kept on while a lavrel policy applies",
+                            get_rel_name(relid)),
+                     errhint("Remove the table's policies with lavrel.remove_table_policy first.")));
+        return;
+    }
     named_policy(stmt, &table, &name);
     if (table == NULL)
         return;
     relid = RangeVarGetRelid(table, NoLock, true);
-    if (OidIsValid(relid) && is_guard_policy(get_relation_policy_oid(relid, name, true)))
+    if (!OidIsValid(relid))
+        return;
+    policy_oid = get_relation_policy_oid(relid, name, true);
+    if (OidIsValid(policy_oid) && has_guard(relid, policy_oid))
         ereport(ERROR,
                 (errcode(ERRCODE_INSUFFICIENT_PRIVILEGE),
                  errmsg("policy \"%s\" of table \"%s\" guards a table under a lavrel policy",

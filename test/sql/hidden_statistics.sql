@@ -119,6 +119,19 @@ SELECT count(*) FROM ledger WHERE amount <<< 15;
 SELECT current_setting('regress.largest_seen') AS largest_seen;
 RESET SESSION AUTHORIZATION;
 
+-- With access control off the guard stays all the same.
+ALTER SYSTEM SET lavrel.enable_mac = off;
+SELECT pg_reload_conf();
+\c
+SET SESSION AUTHORIZATION regress_pg15_user;
+ALTER TABLE ledger DISABLE ROW LEVEL SECURITY;
+ALTER TABLE ledger NO FORCE ROW LEVEL SECURITY;
+DROP POLICY lavrel_p ON ledger;
+RESET SESSION AUTHORIZATION;
+ALTER SYSTEM RESET lavrel.enable_mac;
+SELECT pg_reload_conf();
+\c
+
 \i sql/include/pg15_drop_policy.sql
 DROP TABLE ledger, twin;
 DROP OPERATOR <<< (int, int);
