@@ -120,6 +120,16 @@ lavrel_cluster_start() {
 # Restarts the cluster with lavrel no longer preloaded.
 lavrel_cluster_restart_without_preload() {
     sed -i '/^shared_preload_libraries/d' "$LAVREL_CLUSTER_DIR/data/postgresql.conf"
+    lavrel_cluster_restart
+}
+
+# Restarts the cluster with lavrel preloaded again.
+lavrel_cluster_restart_with_preload() {
+    echo "shared_preload_libraries = 'lavrel'" >>"$LAVREL_CLUSTER_DIR/data/postgresql.conf"
+    lavrel_cluster_restart
+}
+
+lavrel_cluster_restart() {
     runuser -u postgres -- "$PG_BIN/pg_ctl" -D "$LAVREL_CLUSTER_DIR/data" \
         -l "$LAVREL_CLUSTER_DIR/server.log" -m fast -w -t 60 restart >/dev/null
 }
