@@ -5,6 +5,8 @@
 #   regress     pg_regress cases (test/sql, test/expected), schedule test/schedule
 #   isolation   pg_isolation_regress specs (test/isolation), schedule test/isolation/schedule
 #   nopreload   a server restarted without lavrel in shared_preload_libraries
+#   nolibrary   protected tables on such a server, and after a restart with
+#               lavrel again (nolibrary_setup, nolibrary, nolibrary_restored)
 #   docs        the examples of doc/*.md against test/expected (doc_examples.sh)
 #   dump_restore  pg_dump and pg_restore into a new cluster (dump_restore.sh)
 #   hot_standby   administration refused on a hot standby (hot_standby.sh)
@@ -72,19 +74,33 @@ run_suite isolation "$PGXS_DIR/src/test/isolation/pg_isolation_regress" \
     --dbname=lavrel_isolation --schedule=isolation/schedule
 lavrel_cluster_stop
 
-# The extension is created while lavrel is preloaded; the server is then
-# restarted without it.
+# run_existing CASE DATABASE: runs one pg_regress case, outside the
+# schedule, in a database that an earlier step has set up.
+run_existing() {
+    run_suite "$1" "$PGXS_DIR/src/test/regress/pg_regress" \
+        --bindir="$PG_BIN" --inputdir=. --outputdir="results/$1" \
+        --use-existing --dbname="$2" "$1"
+}
+
+# The cases run outside the schedule, in the order they run.
+unscheduled="nolibrary_setup nopreload nolibrary nolibrary_restored"
+
+# The databases are set up while lavrel is preloaded; the server is then
+# restarted without it, and at last with it again.
 lavrel_cluster_start yes
 createdb lavrel_nopreload
 psql -X -q -d lavrel_nopreload -c "CREATE EXTENSION lavrel"
+createdb lavrel_nolibrary
+run_existing nolibrary_setup lavrel_nolibrary
 lavrel_cluster_restart_without_preload
-run_suite nopreload "$PGXS_DIR/src/test/regress/pg_regress" \
-    --bindir="$PG_BIN" --inputdir=. --outputdir=results/nopreload \
-    --use-existing --dbname=lavrel_nopreload nopreload
+run_existing nopreload lavrel_nopreload
+run_existing nolibrary lavrel_nolibrary
+lavrel_cluster_restart_with_preload
+run_existing nolibrary_restored lavrel_nolibrary
 lavrel_cluster_stop
 
-# nopreload runs outside the schedule; its output is shown in the docs too.
-run_suite docs ./doc_examples.sh nopreload
+# Examples of the docs come from the unscheduled cases too.
+run_suite docs ./doc_examples.sh $unscheduled
 
 run_suite dump_restore ./dump_restore.sh
 
@@ -111,8 +127,8 @@ run_pg_suites() {
 }
 run_pg_suites
 
-for d in results/regress results/isolation results/nopreload; do
-    [ -s "$d/regression.diffs" ] && diffs="$diffs $LAVREL_ROOT/test/$d/regression.diffs"
+for d in regress isolation $unscheduled; do
+    [ -s "results/$d/regression.diffs" ] && diffs="$diffs $LAVREL_ROOT/test/results/$d/regression.diffs"
 done
 [ -n "$diffs" ] && echo "differences in:$diffs"
 echo "$passed passed, $failed failed"
