@@ -218,6 +218,15 @@ named_policy(Node *stmt, RangeVar **table, const char **name)
     }
 }
 
+/* Whether `match` holds for a policy of row-level security of table `relid`. */
+template <typename Match>
+static bool
+any_policy_of(Oid relid, Match match)
+{
+    return host_any_catalog_row(PolicyRelationId, PolicyPolrelidPolnameIndexId,
+                                Anum_pg_policy_polrelid, relid, NULL, match);
+}
+
 /*
  * Whether a guard is among the policies of row-level security of table
  * `relid`; only policy `policy_oid` is looked at when it is valid.
@@ -225,29 +234,15 @@ named_policy(Node *stmt, RangeVar **table, const char **name)
 static bool
 has_guard(Oid relid, Oid policy_oid)
 {
-    Relation    policies = table_open(PolicyRelationId, AccessShareLock);
-    ScanKeyData key;
-    SysScanDesc scan;
-    HeapTuple   tuple;
     Oid         guard = guard_proc();
-    bool        found = false;
 
-    ScanKeyInit(&key, Anum_pg_policy_polrelid, BTEqualStrategyNumber, F_OIDEQ,
-                ObjectIdGetDatum(relid));
-    scan = systable_beginscan(policies, PolicyPolrelidPolnameIndexId, true, NULL, 1, &key);
-    while (!found && HeapTupleIsValid(tuple = systable_getnext(scan)))
-    {
-        Form_pg_policy policy = (Form_pg_policy) GETSTRUCT(tuple);
+    return any_policy_of(relid, [=](HeapTuple tuple, TupleDesc desc) {
         bool        isnull;
-        Datum       qual = heap_getattr(tuple, Anum_pg_policy_polqual,
-                                        RelationGetDescr(policies), &isnull);
+        Datum       qual = heap_getattr(tuple, Anum_pg_policy_polqual, desc, &isnull);
 
-        found = (!OidIsValid(policy_oid) || policy->oid == policy_oid) && !isnull &&
-            is_guard_call((Node *) stringToNode(TextDatumGetCString(qual)), guard);
-    }
-    systable_endscan(scan);
-    table_close(policies, AccessShareLock);
-    return found;
+        return (!OidIsValid(policy_oid) || ((Form_pg_policy) GETSTRUCT(tuple))->oid == policy_oid) &&
+            !isnull && is_guard_call((Node *) stringToNode(TextDatumGetCString(qual)), guard);
+    });
 }
 
 /* An ALTER TABLE that switches row-level security off, or unforces it. */
@@ -366,24 +361,6 @@ host_add_table_guard(Oid relid, const char *policy_name, const char *column)
     CommandCounterIncrement();
 }
 
-/* Whether any policy of row-level security is defined on the table. */
-static bool
-has_row_security_policies(Oid relid)
-{
-    Relation    policies = table_open(PolicyRelationId, AccessShareLock);
-    ScanKeyData key;
-    SysScanDesc scan;
-    bool        found;
-
-    ScanKeyInit(&key, Anum_pg_policy_polrelid, BTEqualStrategyNumber, F_OIDEQ,
-                ObjectIdGetDatum(relid));
-    scan = systable_beginscan(policies, PolicyPolrelidPolnameIndexId, true, NULL, 1, &key);
-    found = HeapTupleIsValid(systable_getnext(scan));
-    systable_endscan(scan);
-    table_close(policies, AccessShareLock);
-    return found;
-}
-
 /*
  * Takes the guard away; row-level security goes off with the last policy
  * of the table, unless the owner defined policies of their own.
@@ -400,7 +377,7 @@ host_remove_table_guard(Oid relid, const char *policy_name)
         performDeletion(&guard, DROP_RESTRICT, PERFORM_DELETION_INTERNAL);
         CommandCounterIncrement();
     }
-    if (!has_row_security_policies(relid))
+    if (!any_policy_of(relid, [](HeapTuple, TupleDesc) { return true; }))
         set_row_security(relid, AT_DisableRowSecurity, AT_NoForceRowSecurity);
     CommandCounterIncrement();
 }

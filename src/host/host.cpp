@@ -404,20 +404,11 @@ host_process_utility(PlannedStmt *pstmt, const char *queryString,
 static bool
 host_inheritance_stored(Oid child, Oid parent)
 {
-    Relation    inherits = table_open(InheritsRelationId, AccessShareLock);
-    ScanKeyData key;
-    SysScanDesc scan;
-    HeapTuple   tuple;
-    bool        stored = false;
-
-    ScanKeyInit(&key, Anum_pg_inherits_inhrelid, BTEqualStrategyNumber, F_OIDEQ,
-                ObjectIdGetDatum(child));
-    scan = systable_beginscan(inherits, InheritsRelidSeqnoIndexId, true, SnapshotSelf, 1, &key);
-    while (!stored && HeapTupleIsValid(tuple = systable_getnext(scan)))
-        stored = ((Form_pg_inherits) GETSTRUCT(tuple))->inhparent == parent;
-    systable_endscan(scan);
-    table_close(inherits, AccessShareLock);
-    return stored;
+    return host_any_catalog_row(InheritsRelationId, InheritsRelidSeqnoIndexId,
+                                Anum_pg_inherits_inhrelid, child, SnapshotSelf,
+                                [parent](HeapTuple tuple, TupleDesc) {
+                                    return ((Form_pg_inherits) GETSTRUCT(tuple))->inhparent == parent;
+                                });
 }
 
 /*

@@ -138,6 +138,31 @@ void host_require_preload(void);
 
 } /* extern "C" */
 
+/*
+ * Within the layer: whether `match(tuple, descriptor)` holds for a row of
+ * catalog `catalog` whose oid column `attno` equals `key`, found through
+ * index `index` under `snapshot` (NULL: the catalog snapshot).
+ */
+template <typename Match>
+bool
+host_any_catalog_row(Oid catalog, Oid index, AttrNumber attno, Oid key, Snapshot snapshot,
+                     Match match)
+{
+    Relation    rel = table_open(catalog, AccessShareLock);
+    ScanKeyData scankey;
+    SysScanDesc scan;
+    HeapTuple   tuple;
+    bool        found = false;
+
+    ScanKeyInit(&scankey, attno, BTEqualStrategyNumber, F_OIDEQ, ObjectIdGetDatum(key));
+    scan = systable_beginscan(rel, index, true, snapshot, 1, &scankey);
+    while (!found && HeapTupleIsValid(tuple = systable_getnext(scan)))
+        found = match(tuple, RelationGetDescr(rel));
+    systable_endscan(scan);
+    table_close(rel, AccessShareLock);
+    return found;
+}
+
 /* Within the layer: star_columns.cpp, called on every analysed statement. */
 void host_hide_star_columns(Query *query, const char *sourcetext);
 
