@@ -50,17 +50,40 @@ lavrel_table_guard(PG_FUNCTION_ARGS)
     PG_RETURN_BOOL(false);
 }
 
-/* The guard function's oid; InvalidOid where lavrel is not installed. */
+/*
+ * The guard function's oid, InvalidOid where lavrel is not installed.  It
+ * is looked up once and kept until pg_proc changes (CREATE or DROP
+ * EXTENSION among others): every query under row-level security asks.
+ */
+static bool guard_known = false;
+static Oid  guard_oid = InvalidOid;
+
+static void
+forget_guard_proc(Datum arg, int cacheid, uint32 hashvalue)
+{
+    guard_known = false;
+}
+
 static Oid
 guard_proc(void)
 {
     Oid         argtypes[1] = {INT4OID};
-    List       *name = list_make2(makeString(pstrdup(guard_schema)),
-                                  makeString(pstrdup(guard_function)));
 
-    if (!OidIsValid(get_namespace_oid(guard_schema, true)))
-        return InvalidOid;
-    return LookupFuncName(name, 1, argtypes, true);
+    if (guard_known)
+        return guard_oid;
+    guard_oid = InvalidOid;
+    if (OidIsValid(get_namespace_oid(guard_schema, true)))
+        guard_oid = LookupFuncName(list_make2(makeString(pstrdup(guard_schema)),
+                                              makeString(pstrdup(guard_function))),
+                                   1, argtypes, true);
+    guard_known = true;
+    return guard_oid;
+}
+
+void
+host_watch_table_guard(void)
+{
+    CacheRegisterSyscacheCallback(PROCOID, forget_guard_proc, (Datum) 0);
 }
 
 static bool
@@ -229,10 +252,10 @@ any_policy_of(Oid relid, Match match)
 
 /*
  * Whether a guard is among the policies of row-level security of table
- * `relid`; only policy `policy_oid` is looked at when it is valid.
+ * `relid`; only the policy named `name` is looked at when a name is given.
  */
 static bool
-has_guard(Oid relid, Oid policy_oid)
+has_guard(Oid relid, const char *name)
 {
     Oid         guard = guard_proc();
 
@@ -240,7 +263,7 @@ has_guard(Oid relid, Oid policy_oid)
         bool        isnull;
         Datum       qual = heap_getattr(tuple, Anum_pg_policy_polqual, desc, &isnull);
 
-        return (!OidIsValid(policy_oid) || ((Form_pg_policy) GETSTRUCT(tuple))->oid == policy_oid) &&
+        return (name == NULL || namestrcmp(&((Form_pg_policy) GETSTRUCT(tuple))->polname, name) == 0) &&
             !isnull && is_guard_call((Node *) stringToNode(TextDatumGetCString(qual)), guard);
     });
 }
@@ -274,12 +297,11 @@ host_check_guard_change(Node *stmt)
     RangeVar   *table = NULL;
     const char *name = NULL;
     Oid         relid;
-    Oid         policy_oid;
 
     if (releases_row_security(stmt))
     {
         relid = RangeVarGetRelid(((AlterTableStmt *) stmt)->relation, NoLock, true);
-        if (OidIsValid(relid) && has_guard(relid, InvalidOid))
+        if (OidIsValid(relid) && has_guard(relid, NULL))
             ereport(ERROR,
                     (errcode(ERRCODE_INSUFFICIENT_PRIVILEGE),
                      errmsg("row-level security of table \"%s\" is kept on while a lavrel policy applies",
@@ -291,10 +313,7 @@ host_check_guard_change(Node *stmt)
     if (table == NULL)
         return;
     relid = RangeVarGetRelid(table, NoLock, true);
-    if (!OidIsValid(relid))
-        return;
-    policy_oid = get_relation_policy_oid(relid, name, true);
-    if (OidIsValid(policy_oid) && has_guard(relid, policy_oid))
+    if (OidIsValid(relid) && has_guard(relid, name))
         ereport(ERROR,
                 (errcode(ERRCODE_INSUFFICIENT_PRIVILEGE),
                  errmsg("policy \"%s\" of table \"%s\" guards a table under a lavrel policy",

@@ -213,11 +213,20 @@ host_executor_start(QueryDesc *queryDesc, int eflags)
 
 static post_parse_analyze_hook_type prev_post_parse_analyze = NULL;
 
-/* Whether the text may hold a star: `*`, or the TABLE command that means one. */
+/*
+ * Whether the statement's own text (a source string may hold many) may
+ * hold a star: `*`, or the TABLE command that means one.
+ */
 static bool
-may_hold_star(const char *text)
+may_hold_star(const char *text, const Query *query)
 {
-    return strchr(text, '*') != NULL || strcasestr(text, "table") != NULL;
+    const char *p = text + Max(query->stmt_location, 0);
+    size_t      len = query->stmt_len > 0 ? query->stmt_len : strlen(p);
+
+    for (size_t i = 0; i < len; i++)
+        if (p[i] == '*' || (len - i >= 5 && pg_strncasecmp(p + i, "table", 5) == 0))
+            return true;
+    return false;
 }
 
 /*
@@ -230,7 +239,7 @@ host_post_parse_analyze(ParseState *pstate, Query *query, JumbleState *jstate)
     if (prev_post_parse_analyze)
         prev_post_parse_analyze(pstate, query, jstate);
     if (MacHiddenPolicyColumn_hook == NULL || pstate->p_sourcetext == NULL ||
-        !may_hold_star(pstate->p_sourcetext) || pstate->p_post_columnref_hook != NULL)
+        !may_hold_star(pstate->p_sourcetext, query) || pstate->p_post_columnref_hook != NULL)
         return;
     host_hide_star_columns(query, pstate->p_sourcetext);
 }
@@ -451,4 +460,5 @@ host_install_hooks(void)
     post_parse_analyze_hook = host_post_parse_analyze;
     prev_object_access = object_access_hook;
     object_access_hook = host_object_access;
+    host_watch_table_guard();
 }

@@ -121,6 +121,8 @@ void host_do_copy(ParseState *pstate, const CopyStmt *stmt, int stmt_location,
 void host_add_table_guard(Oid relid, const char *policy_name, const char *column);
 void host_remove_table_guard(Oid relid, const char *policy_name);
 void host_strip_table_guards(Query *query);
+/* Keeps the guards' function oid up to date; once, at load. */
+void host_watch_table_guard(void);
 /* Refuses DROP, ALTER and RENAME POLICY of a guard. */
 void host_check_guard_change(Node *stmt);
 /* Whether the table's row-level security is on, with guards and nothing else. */
