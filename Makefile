@@ -6,20 +6,23 @@ MODULE_big = lavrel
 EXTENSION  = lavrel
 DATA       = sql/lavrel--1.0.sql
 
-SRCS = src/host/host.cpp \
-       src/host/star_columns.cpp \
+SRCS = src/host/guard.cpp \
        src/host/copy.cpp \
-       src/host/guard.cpp \
-       src/lavrel.cpp \
-       src/policy_misc.cpp \
+       src/host/star_columns.cpp \
+       src/host/host.cpp \
+       src/label_record.cpp \
        src/parse_ident.cpp \
+       src/lavrel_base.cpp \
+       src/policy_misc.cpp \
        src/policy_syscat.cpp \
+       src/protected_tables.cpp \
        src/policy_label.cpp \
        src/policy_cmds.cpp \
-       src/policy_session.cpp \
        src/policy_user.cpp \
+       src/policy_session.cpp \
        src/rewritemac.cpp \
-       src/policy_utility_stmt_hooking.cpp
+       src/policy_utility_stmt_hooking.cpp \
+       src/lavrel.cpp
 OBJS = $(SRCS:.cpp=.o)
 
 # `make installcheck` runs the suites against the server named by PGHOST,
@@ -40,4 +43,4 @@ override with_llvm = no
 PGXS := $(shell $(PG_CONFIG) --pgxs)
 include $(PGXS)
 
-$(OBJS): src/lavrel.h src/host/host.h src/host/pg.h
+$(OBJS): src/lavrel.h src/lavrel_testing.h src/host/host.h src/host/pg.h

@@ -1,20 +1,40 @@
 /*
  * lavrel.h
  *    The internal API of lavrel: every type, constant, global and function
- *    that more than one source file of the module uses.
+ *    that one source file of the module calls in another.  What only the
+ *    test module reaches is declared in lavrel_testing.h.
  *
- * Where things live:
- *   lavrel.cpp               loading, lavrel.enable_mac, MAC_isenable, hooks
- *   policy_misc.cpp          permission check, argument checks, int2vector
+ * The files, from the bottom up; each calls only files above it in this
+ * list, never one below, and the host layer (host/) only through the hooks
+ * of host.h:
+ *   host/                    the mapping onto stock PostgreSQL 15: owns
+ *                            every stock hook and calls the module through
+ *                            the hooks of host.h
+ *   label_record.cpp         the label record and its arithmetic
  *   parse_ident.cpp          the identifier reader
- *   policy_syscat.cpp        every read of the lavrel catalog tables
- *   policy_label.cpp         labels, label strings, label administration,
- *                            the row mediation functions
- *   policy_cmds.cpp          policies, levels, compartments, table policies,
- *                            catalog listings
- *   policy_session.cpp       per-backend session labels and mediation caches
+ *   lavrel_base.cpp          lavrel.enable_mac, MAC_isenable, the module's
+ *                            object ids, the catalog version
+ *   policy_misc.cpp          permission check, argument checks, int2vector
+ *   policy_syscat.cpp        every read of the lavrel catalog tables, and
+ *                            the scans the writers use
+ *   protected_tables.cpp     one cached record per table: its policies
+ *   policy_label.cpp         label strings, label ids and texts, label
+ *                            administration
+ *   policy_cmds.cpp          policies, levels, compartments, table and
+ *                            object policies, catalog listings
  *   policy_user.cpp          user authorizations and privileges
- *   host/                    the mapping onto stock PostgreSQL 15
+ *   policy_session.cpp       the session's labels, its mediation caches and
+ *                            the four row checks
+ *   rewritemac.cpp           the label filter
+ *   policy_utility_stmt_hooking.cpp
+ *                            utility statements: the drop, TRUNCATE and
+ *                            inheritance guards, COPY under the labels
+ *   lavrel.cpp               _PG_init, and the hooks no other file owns
+ *
+ * Names: those of the SQL interface and of the long-standing internal API
+ * (MAC_isenable, get_policy_name, ...) are kept as they are; a function
+ * that fills a host hook is named after it (MacObjectDrop fills
+ * MacObjectDrop_hook); every other internal function is mac_lower_case.
  *
  * Everything is declared extern "C": the install script binds SQL functions
  * to these symbols, and the host layer and other modules call them by name.
@@ -74,111 +94,7 @@ constexpr AttrNumber obj_policy_oid = 1, obj_policy_name = 2, obj_type = 3,
 extern "C" {
 
 /* ---------------------------------------------------------------------
- * lavrel.cpp: module frame
- * --------------------------------------------------------------------- */
-
-extern PGDLLEXPORT bool Enable_mac;
-extern PGDLLEXPORT bool MacNeedToCheckPermisition;
-extern PGDLLEXPORT bool MacCreateLavrelExtension;
-extern PGDLLEXPORT ProcessUtility_hook_type policy_process_utility_hook_next;
-
-extern PGDLLEXPORT Oid MacPolicyRelationId;
-extern PGDLLEXPORT Oid MacLevelRelationId;
-extern PGDLLEXPORT Oid MacCompartmentRelationId;
-extern PGDLLEXPORT Oid MacLabelRelationId;
-extern PGDLLEXPORT Oid MacPolicyEnforcementRelationId;
-extern PGDLLEXPORT Oid MacPolicyUserRelationId;
-extern PGDLLEXPORT Oid MacObjRelationId;
-
-extern PGDLLEXPORT Oid GenDefLabelProc;
-extern PGDLLEXPORT Oid ReadMediationProc;
-extern PGDLLEXPORT Oid WriteMediationProc;
-extern PGDLLEXPORT Oid LabelInsertProc;
-extern PGDLLEXPORT Oid LabelUpdateProc;
-extern PGDLLEXPORT Oid LabelToCharProc;
-extern PGDLLEXPORT Oid CharToLabelProc;
-extern PGDLLEXPORT Oid PolicyMaxLabelIdProc;
-extern PGDLLEXPORT Oid PolicyMinLabelIdProc;
-
-PGDLLEXPORT void _PG_init(void);
-PGDLLEXPORT void _PG_fini(void);
-PGDLLEXPORT bool MAC_isenable(void);
-PGDLLEXPORT bool MacNeedCheckPermisition(void);
-PGDLLEXPORT void MacCreateExtensionProcess(const char *extname, bool starting);
-PGDLLEXPORT int MacHiddenPolicyColumn(ParseState *pstate, RangeTblEntry *rte, Var *var);
-PGDLLEXPORT void MacCheckAlterTable(Relation rel, AlterTableCmd *cmd);
-PGDLLEXPORT void MacCheckRenameColumn(Relation rel, const char *colname);
-PGDLLEXPORT void ObjMediation(const char *kind, Oid namespace_id, Oid objoid);
-PGDLLEXPORT void MacRelationWritten(Oid relid);
-/* Refuses a change to a policy column of the table by anyone but the administrator. */
-PGDLLEXPORT void MacPolicyColumnChangeCheck(Oid relid, const char *colname);
-Oid LookupMacFunctionOid(Oid namespaceId, const char *name);
-
-/*
- * Changes whenever a lavrel catalog changes (in this backend at its next
- * command-counter increment, in others once they take in invalidations)
- * and when the catalog ids are reset.  A cache of catalog contents is
- * current while this still has the value it was built at; it is never 0.
- */
-extern uint64 mac_catalog_version;
-
-/* get_policyids_on_rel, remembered until the next relcache invalidation; a new list. */
-List *mac_rel_policy_ids(Oid relid);
-
-/* ---------------------------------------------------------------------
- * policy_misc.cpp: permission check and argument checks
- * --------------------------------------------------------------------- */
-
-/* Refuses with "enable_mac must be true" while access control is off. */
-PGDLLEXPORT void MacEnabledCheck(void);
-PGDLLEXPORT void MacPermissionCheck(const char *action);
-/*
- * The prologue of every function that changes the catalogs: the permission
- * check, then the refusal in a read-only transaction, then the wait for
- * the turn among the transactions that change the catalogs.
- */
-void MacCatalogChangeCheck(FunctionCallInfo fcinfo, const char *action);
-PGDLLEXPORT pg_attribute_noreturn() void RaiseNullArgException(const char *what);
-PGDLLEXPORT char *GetIdentifierFromArg(char *str, const char *what);
-PGDLLEXPORT char *GetLabelFromArg(Datum value);
-PGDLLEXPORT char *GetCompartmentsFromArg(Datum value);
-PGDLLEXPORT char *GetPrivilegesFromArg(Datum value);
-
-/* Each takes one SQL argument as the function manager delivers it. */
-PGDLLEXPORT char *CheckPolicyNameArg(bool isnull, Datum value);
-PGDLLEXPORT char *CheckPolicyColNameArg(bool isnull, Datum value);
-PGDLLEXPORT bool CheckPolicyColumnHideArg(bool isnull, Datum value);
-PGDLLEXPORT bool CheckDropColumnArg(bool isnull, Datum value);
-PGDLLEXPORT char *CheckLevelNameArg(bool isnull, Datum value);
-PGDLLEXPORT int16 CheckLevelIdArg(bool isnull, Datum value);
-PGDLLEXPORT char *CheckSetLevelArg(bool isnull, Datum value);
-PGDLLEXPORT char *CheckCompartmentNameArg(bool isnull, Datum value);
-PGDLLEXPORT int16 CheckCompIdArg(bool isnull, Datum value);
-PGDLLEXPORT char *CheckSetCompartmentsArg(bool isnull, Datum value);
-PGDLLEXPORT char *CheckLabelStrArg(bool isnull, Datum value);
-PGDLLEXPORT int32 CheckLabelIdArg(bool isnull, Datum value);
-PGDLLEXPORT char *CheckUserNameArg(bool isnull, Datum value);
-PGDLLEXPORT char *CheckPolicyPrivsStrArg(bool isnull, Datum value);
-PGDLLEXPORT char *CheckSchemaNameArg(bool isnull, Datum value);
-PGDLLEXPORT char *CheckRelNameArg(bool isnull, Datum value);
-
-/* Argument n of the current call, as a (isnull, value) pair for Check*Arg. */
-#define MAC_ARG(n) PG_ARGISNULL(n), PG_GETARG_DATUM(n)
-
-PGDLLEXPORT void MacCanProtected(Oid policy_id, Oid relid);
-
-PGDLLEXPORT int2vector *bms_to_int2vector(const Bitmapset *set);
-PGDLLEXPORT Bitmapset *int2vector_to_bms(const int2vector *vector);
-
-/* ---------------------------------------------------------------------
- * parse_ident.cpp
- * --------------------------------------------------------------------- */
-
-PGDLLEXPORT void SplitOneIdentifierString(char *rawstring, char **endp,
-                                          char **ident, bool warn);
-
-/* ---------------------------------------------------------------------
- * policy_label.cpp: the label record and dominance
+ * label_record.cpp: the label record and dominance
  * --------------------------------------------------------------------- */
 
 typedef struct MacLabel
@@ -209,33 +125,308 @@ PGDLLEXPORT void free_mac_label(MacLabel *label);
 PGDLLEXPORT MacLabelOrder compare_mac_label(const MacLabel *a, const MacLabel *b);
 PGDLLEXPORT bool strictly_dominates(const MacLabel *a, const MacLabel *b);
 PGDLLEXPORT bool dominates(const MacLabel *a, const MacLabel *b);
-PGDLLEXPORT bool dominated_by(const MacLabel *a, const MacLabel *b);
-PGDLLEXPORT bool strictly_dominated_by(const MacLabel *a, const MacLabel *b);
 PGDLLEXPORT MacLabel *merge_label(const MacLabel *a, const MacLabel *b, uint32 options);
 
 /* ---------------------------------------------------------------------
- * policy_label.cpp: label strings
+ * parse_ident.cpp
+ * --------------------------------------------------------------------- */
+
+PGDLLEXPORT void SplitOneIdentifierString(char *rawstring, char **endp,
+                                          char **ident, bool warn);
+
+/* ---------------------------------------------------------------------
+ * lavrel_base.cpp: the module's base
+ * --------------------------------------------------------------------- */
+
+extern PGDLLEXPORT bool Enable_mac;
+extern PGDLLEXPORT bool MacNeedToCheckPermisition;
+extern PGDLLEXPORT bool MacCreateLavrelExtension;
+
+extern PGDLLEXPORT Oid MacPolicyRelationId;
+extern PGDLLEXPORT Oid MacLevelRelationId;
+extern PGDLLEXPORT Oid MacCompartmentRelationId;
+extern PGDLLEXPORT Oid MacLabelRelationId;
+extern PGDLLEXPORT Oid MacPolicyEnforcementRelationId;
+extern PGDLLEXPORT Oid MacPolicyUserRelationId;
+extern PGDLLEXPORT Oid MacObjRelationId;
+
+extern PGDLLEXPORT Oid GenDefLabelProc;
+extern PGDLLEXPORT Oid ReadMediationProc;
+extern PGDLLEXPORT Oid WriteMediationProc;
+extern PGDLLEXPORT Oid LabelInsertProc;
+extern PGDLLEXPORT Oid LabelUpdateProc;
+extern PGDLLEXPORT Oid LabelToCharProc;
+extern PGDLLEXPORT Oid CharToLabelProc;
+extern PGDLLEXPORT Oid PolicyMaxLabelIdProc;
+extern PGDLLEXPORT Oid PolicyMinLabelIdProc;
+
+/* Defines lavrel.enable_mac and watches the catalogs; once, at load. */
+void mac_base_init(void);
+/*
+ * Whether access control is in force in this backend now.  The first time
+ * it is, the module's object ids are resolved, and a missing one raises an
+ * error.
+ */
+PGDLLEXPORT bool MAC_isenable(void);
+PGDLLEXPORT bool MacNeedCheckPermisition(void);
+PGDLLEXPORT void MacCreateExtensionProcess(const char *extname, bool starting);
+PGDLLEXPORT void MacRelationWritten(Oid relid);
+Oid LookupMacFunctionOid(Oid namespaceId, const char *name);
+
+/*
+ * Changes whenever a lavrel catalog changes (in this backend at its next
+ * command-counter increment, in others once they take in invalidations)
+ * and when the catalog ids are reset.  A cache of catalog contents is
+ * current while this still has the value it was built at; it is never 0.
+ */
+extern uint64 mac_catalog_version;
+/* Changes with every relcache invalidation, whatever the relation. */
+extern uint64 mac_relcache_generation;
+
+/* ---------------------------------------------------------------------
+ * policy_misc.cpp: permission check and argument checks
+ * --------------------------------------------------------------------- */
+
+/* Refuses with "enable_mac must be true" while access control is off. */
+PGDLLEXPORT void mac_enabled_check(void);
+PGDLLEXPORT void MacPermissionCheck(const char *action);
+/*
+ * The prologue of every function that changes the catalogs: the permission
+ * check, then the refusal in a read-only transaction, then the wait for
+ * the turn among the transactions that change the catalogs.
+ */
+void mac_catalog_change_check(FunctionCallInfo fcinfo, const char *action);
+PGDLLEXPORT pg_attribute_noreturn() void RaiseNullArgException(const char *what);
+/* A label string as given: refused when empty or over the length limit. */
+char *mac_label_string_check(char *str);
+
+/* Each takes one SQL argument as the function manager delivers it. */
+PGDLLEXPORT char *CheckPolicyNameArg(bool isnull, Datum value);
+PGDLLEXPORT char *CheckPolicyColNameArg(bool isnull, Datum value);
+PGDLLEXPORT bool CheckPolicyColumnHideArg(bool isnull, Datum value);
+PGDLLEXPORT bool CheckDropColumnArg(bool isnull, Datum value);
+PGDLLEXPORT char *CheckLevelNameArg(bool isnull, Datum value);
+PGDLLEXPORT int16 CheckLevelIdArg(bool isnull, Datum value);
+PGDLLEXPORT char *CheckSetLevelArg(bool isnull, Datum value);
+PGDLLEXPORT char *CheckCompartmentNameArg(bool isnull, Datum value);
+PGDLLEXPORT int16 CheckCompIdArg(bool isnull, Datum value);
+PGDLLEXPORT char *CheckSetCompartmentsArg(bool isnull, Datum value);
+PGDLLEXPORT char *CheckLabelStrArg(bool isnull, Datum value);
+PGDLLEXPORT int32 CheckLabelIdArg(bool isnull, Datum value);
+PGDLLEXPORT char *CheckUserNameArg(bool isnull, Datum value);
+PGDLLEXPORT char *CheckPolicyPrivsStrArg(bool isnull, Datum value);
+PGDLLEXPORT char *CheckSchemaNameArg(bool isnull, Datum value);
+PGDLLEXPORT char *CheckRelNameArg(bool isnull, Datum value);
+
+/* Argument n of the current call, as a (isnull, value) pair for Check*Arg. */
+#define MAC_ARG(n) PG_ARGISNULL(n), PG_GETARG_DATUM(n)
+
+PGDLLEXPORT void MacCanProtected(Oid policy_id, Oid relid);
+
+PGDLLEXPORT int2vector *bms_to_int2vector(const Bitmapset *set);
+PGDLLEXPORT Bitmapset *int2vector_to_bms(const int2vector *vector);
+
+/* ---------------------------------------------------------------------
+ * policy_syscat.cpp: catalog scans and lookups
+ * --------------------------------------------------------------------- */
+
+/* One user's authorization under one policy (lavrel_user columns 4..12). */
+typedef struct UserPolicyAccess
+{
+    int16       max_level;
+    int16       min_write_level;
+    int16       def_level;
+    int16       row_level;
+    Bitmapset  *max_read_comps;
+    Bitmapset  *max_write_comps;
+    Bitmapset  *def_comps;
+    Bitmapset  *row_comps;
+    Bitmapset  *min_write_comps;
+} UserPolicyAccess;
+
+/* What a row of lavrel_policy says of the policy's column. */
+typedef struct MacPolicyRow
+{
+    char       *column_name;
+    bool        column_hidden;
+    bool        enabled;
+} MacPolicyRow;
+
+/* A label of a view, function or procedure (a row of lavrel_obj). */
+typedef struct MacObjectLabel
+{
+    Oid         policy_id;
+    int32       label_id;
+} MacObjectLabel;
+
+/*
+ * A scan of one catalog table, through the index of its keys when there is
+ * one, returning the tuples a registered snapshot sees.  Every reader and
+ * writer of the catalogs goes through it.
+ */
+constexpr int MAC_MAX_SCAN_KEYS = 3;
+
+typedef struct MacCatalogScan
+{
+    Relation        rel;
+    LOCKMODE        lockmode;
+    Snapshot        snapshot;
+    SysScanDesc     scan;
+    ScanKeyData     keys[MAC_MAX_SCAN_KEYS];
+} MacCatalogScan;
+
+/* Scan keys: equality with the comparison procedure of the column's type. */
+void mac_key_oid(ScanKey key, AttrNumber attno, Oid value);
+void mac_key_int2(ScanKey key, AttrNumber attno, int16 value);
+void mac_key_int4(ScanKey key, AttrNumber attno, int32 value);
+/* `buf` holds the comparison value and must outlive the scan. */
+void mac_key_name(ScanKey key, AttrNumber attno, NameData *buf, const char *value);
+
+void mac_scan_begin(MacCatalogScan *s, Oid relid, LOCKMODE lockmode,
+                    int nkeys, ScanKey keys);
+HeapTuple mac_scan_next(MacCatalogScan *s);
+void mac_scan_end(MacCatalogScan *s);
+/* Column of a tuple of the scan; *isnull set when given. */
+Datum mac_scan_getattr(MacCatalogScan *s, HeapTuple tuple, AttrNumber attno, bool *isnull);
+
+/*
+ * Writers.  Each sends a relcache invalidation of the catalog table, which
+ * the caches of this backend take in at its next command-counter increment;
+ * mac_catalog_insert makes that increment itself, so that the row it adds
+ * is seen by the lookups that follow.
+ */
+void mac_catalog_insert(Oid relid, Datum *values, bool *nulls);
+void mac_catalog_update(MacCatalogScan *s, HeapTuple tuple, Datum *values,
+                        bool *nulls, bool *replace);
+void mac_catalog_delete(MacCatalogScan *s, HeapTuple tuple);
+
+/* lavrel_policy, lavrel_level, lavrel_compartment */
+PGDLLEXPORT char *get_policy_name(Oid policy_id);
+PGDLLEXPORT Oid get_policy_id(const char *name);
+PGDLLEXPORT Oid get_policy_id_checked(const char *name);
+PGDLLEXPORT void policy_object_checked(Oid policy_id);
+PGDLLEXPORT char *get_policy_colname(Oid policy_id);
+PGDLLEXPORT bool get_policyenabled(Oid policy_id);
+PGDLLEXPORT Oid get_policyid_by_colname(const char *colname);
+PGDLLEXPORT bool get_policy_colhidden(const char *colname);
+/* The policy's row; a policy that does not exist raises an error. */
+void get_policy_row(Oid policy_id, MacPolicyRow *row);
+PGDLLEXPORT char *get_level_name(Oid policy_id, int16 level_id);
+PGDLLEXPORT int16 get_level_id(Oid policy_id, const char *name);
+PGDLLEXPORT int16 get_min_level_id(Oid policy_id);
+PGDLLEXPORT bool level_id_exists(Oid policy_id, int16 level_id);
+PGDLLEXPORT char *get_compartment_name(Oid policy_id, int16 comp_id);
+PGDLLEXPORT int16 get_compartment_id(Oid policy_id, const char *name);
+PGDLLEXPORT bool compartment_id_exists(Oid policy_id, int16 comp_id);
+
+/* lavrel_label, lavrel_policy_enforcement, lavrel_user */
+PGDLLEXPORT Oid get_label_policy_id(int32 label_id);
+PGDLLEXPORT int32 get_label_id(Oid policy_id, const MacLabel *label);
+/* The label with this id, or NULL; its policy in *policy_id (when given). */
+PGDLLEXPORT MacLabel *get_label_and_policy_by_id(int32 label_id, Oid *policy_id);
+PGDLLEXPORT bool label_id_exists(int32 label_id);
+/* Every label of the policy, read in one scan; their ids, in the same order, in *label_ids. */
+PGDLLEXPORT List *get_policy_labels(Oid policy_id, List **label_ids);
+PGDLLEXPORT List *get_policyids_on_rel(Oid relid);
+PGDLLEXPORT List *get_relids_by_policy(Oid policy_id);
+PGDLLEXPORT bool has_policy_applied_to_rel(Oid policy_id, Oid relid);
+PGDLLEXPORT uint16 get_user_policy_privilege(Oid policy_id, Oid user_id);
+PGDLLEXPORT List *get_all_user_accesses(Oid user_id);
+PGDLLEXPORT bool get_user_policy_access(Oid policy_id, Oid user_id, UserPolicyAccess *out);
+
+/* lavrel_obj: the oids of every labelled object; the labels (MacObjectLabel) of one. */
+List *get_labelled_object_ids(void);
+List *get_object_labels(Oid namespace_id, Oid objoid);
+
+/* Whether any row of a catalog table has `id` in column `attno` (any row at all when either is 0). */
+PGDLLEXPORT bool ObjectIsExistById(Oid relid, AttrNumber attno, Oid id);
+
+/*
+ * Lock a policy as a database object and re-check that it still exists:
+ * the prologue of every administrative function.  mac_lock_policy finds
+ * the policy by name and returns its id.
+ */
+void mac_lock_policy_id(Oid policy_id, LOCKMODE lockmode);
+Oid mac_lock_policy(const char *policy_name, LOCKMODE lockmode);
+
+/* ---------------------------------------------------------------------
+ * protected_tables.cpp: one record per table
+ * --------------------------------------------------------------------- */
+
+/* A policy applied to the table. */
+typedef struct MacTablePolicy
+{
+    Oid         policy_id;
+    bool        enabled;
+    bool        hidden;         /* its policy column is hidden */
+    AttrNumber  attnum;         /* its policy column; 0 if the table has none */
+} MacTablePolicy;
+
+typedef struct MacProtectedTable
+{
+    Oid         relid;          /* key */
+    int         npolicies;      /* 0: the table is not protected */
+    MacTablePolicy *policies;   /* in catalog order */
+} MacProtectedTable;
+
+/*
+ * The table's record, read from the catalogs the first time it is asked
+ * for after an invalidation.  Valid until the next call.
+ */
+const MacProtectedTable *mac_protected_table(Oid relid);
+bool mac_table_is_protected(Oid relid);
+/* The policy whose column is column `attnum` of the table; NULL when it is none. */
+const MacTablePolicy *mac_table_column_policy(Oid relid, AttrNumber attnum);
+bool mac_table_column_hidden(Oid relid, AttrNumber attnum);
+/* The policy's column number in the table; a column that is gone raises an error. */
+AttrNumber mac_policy_column_attnum(Oid relid, const MacTablePolicy *policy);
+
+/* ---------------------------------------------------------------------
+ * policy_label.cpp: label strings and label ids
  * --------------------------------------------------------------------- */
 
 PGDLLEXPORT MacLabel *CStringToMACLabel(Oid policy_id, char *str);
 PGDLLEXPORT int16 CStringToMACLevel(Oid policy_id, char *str);
 PGDLLEXPORT Bitmapset *CStringToMACComp(Oid policy_id, char *str);
 PGDLLEXPORT char *MacLabelToCString(Oid policy_id, const MacLabel *label);
-PGDLLEXPORT int16 deparse_label_level(Oid policy_id, char *str, char **end);
-PGDLLEXPORT Bitmapset *deparse_label_comps(Oid policy_id, char *str, char **end);
 PGDLLEXPORT int32 char_to_label(const char *policy_name, char *str);
-PGDLLEXPORT char *label_to_char(int32 label_id);
+/* The id of the label `str` names in the policy, which the caller holds locked. */
+int32 mac_label_id_of_string(Oid policy_id, char *str);
 /*
  * get_label_and_policy_by_id, remembered until the catalogs change: the
  * label (not to be freed or changed) or NULL, its policy in *policy_id.
  */
 PGDLLEXPORT const MacLabel *mac_label_by_id(int32 label_id, Oid *policy_id);
 
-/* policy_label.cpp: label administration */
-PGDLLEXPORT void RemoveLabelById(int32 label_id);
+/* ---------------------------------------------------------------------
+ * policy_cmds.cpp: policies, levels, compartments, table policies
+ * --------------------------------------------------------------------- */
+
+/*
+ * Discards the cached plans of every table under the policy: their shape
+ * depends on the policy and on the privileges of its users.
+ */
+void mac_invalidate_policy_plans(Oid policy_id);
+
+PGDLLEXPORT bool IsPolicyColumn(Oid relid, const char *colname);
+/* Refuses a change to a policy column of the table by anyone but the administrator. */
+void mac_policy_column_change_check(Oid relid, const char *colname);
 
 /* ---------------------------------------------------------------------
- * Mediation masks (built by policy_session.cpp, read by the row checks)
+ * policy_user.cpp: privileges
+ * --------------------------------------------------------------------- */
+
+constexpr uint16 MAC_PRIV_READ = 0x01;
+constexpr uint16 MAC_PRIV_FULL = 0x02;
+constexpr uint16 MAC_PRIV_WRITEUP = 0x04;
+constexpr uint16 MAC_PRIV_WRITEDOWN = 0x08;
+constexpr uint16 MAC_PRIV_WRITEACROSS = 0x10;
+constexpr uint16 MAC_PRIV_ALL = 0x1F;
+
+PGDLLEXPORT char *MacPrivsToCstringPrivs(uint16 privs);
+
+/* ---------------------------------------------------------------------
+ * policy_session.cpp: session label state, caches and row checks
  * --------------------------------------------------------------------- */
 
 constexpr uint32 MAC_MED_READ = 0x01;
@@ -262,147 +453,6 @@ constexpr uint32 MAC_MED_BY_FULL_INSERT = MAC_MED_INSERT | MAC_MED_INSERT_BY_PRI
 constexpr uint32 MAC_MED_BY_FULL = 0xBF;     /* every access bit, through FULL */
 constexpr uint32 MAC_MED_UPD_SAME = MAC_MED_UPD_LEVEL | MAC_MED_UPD_COMPS;   /* 0x500 */
 constexpr uint32 MAC_MED_UPD_BY_FULL = 0xF80;
-
-PGDLLEXPORT uint32 LookupLabelAccessResults(Oid policy_id, bool isnull, int32 label_id);
-PGDLLEXPORT uint32 LookupLabelInsertResults(Oid policy_id, bool isnull, int32 label_id);
-PGDLLEXPORT uint32 LookupLabelUpdateResults(Oid policy_id, bool old_isnull, int32 old_label,
-                                            bool new_isnull, int32 new_label);
-
-/* ---------------------------------------------------------------------
- * Privileges (policy_user.cpp)
- * --------------------------------------------------------------------- */
-
-constexpr uint16 MAC_PRIV_READ = 0x01;
-constexpr uint16 MAC_PRIV_FULL = 0x02;
-constexpr uint16 MAC_PRIV_WRITEUP = 0x04;
-constexpr uint16 MAC_PRIV_WRITEDOWN = 0x08;
-constexpr uint16 MAC_PRIV_WRITEACROSS = 0x10;
-constexpr uint16 MAC_PRIV_ALL = 0x1F;
-
-PGDLLEXPORT uint16 MacPrivsCstringToPrivs(const char *str);
-PGDLLEXPORT char *MacPrivsToCstringPrivs(uint16 privs);
-
-/* ---------------------------------------------------------------------
- * policy_syscat.cpp: catalog scans and lookups
- * --------------------------------------------------------------------- */
-
-/* One user's authorization under one policy (lavrel_user columns 4..12). */
-typedef struct UserPolicyAccess
-{
-    int16       max_level;
-    int16       min_write_level;
-    int16       def_level;
-    int16       row_level;
-    Bitmapset  *max_read_comps;
-    Bitmapset  *max_write_comps;
-    Bitmapset  *def_comps;
-    Bitmapset  *row_comps;
-    Bitmapset  *min_write_comps;
-} UserPolicyAccess;
-
-/*
- * A sequential scan of one catalog table, returning the tuples a
- * registered snapshot sees.  Every reader and writer of the catalogs goes
- * through it.
- */
-typedef struct MacCatalogScan
-{
-    Relation        rel;
-    LOCKMODE        lockmode;
-    Snapshot        snapshot;
-    TableScanDesc   scan;
-} MacCatalogScan;
-
-/* Scan keys: equality with the comparison procedure of the column's type. */
-void mac_key_oid(ScanKey key, AttrNumber attno, Oid value);
-void mac_key_int2(ScanKey key, AttrNumber attno, int16 value);
-void mac_key_int4(ScanKey key, AttrNumber attno, int32 value);
-/* `buf` holds the comparison value and must outlive the scan. */
-void mac_key_name(ScanKey key, AttrNumber attno, NameData *buf, const char *value);
-
-void mac_scan_begin(MacCatalogScan *s, Oid relid, LOCKMODE lockmode,
-                    int nkeys, ScanKey keys);
-HeapTuple mac_scan_next(MacCatalogScan *s);
-void mac_scan_end(MacCatalogScan *s);
-/* Column of a tuple of the scan; *isnull set when given. */
-Datum mac_scan_getattr(MacCatalogScan *s, HeapTuple tuple, AttrNumber attno, bool *isnull);
-
-/* Writers: each opens the table RowExclusiveLock and ends with a CCI. */
-void mac_catalog_insert(Oid relid, Datum *values, bool *nulls);
-void mac_catalog_update(MacCatalogScan *s, HeapTuple tuple, Datum *values,
-                        bool *nulls, bool *replace);
-void mac_catalog_delete(MacCatalogScan *s, HeapTuple tuple);
-
-/* lavrel_policy, lavrel_level, lavrel_compartment */
-PGDLLEXPORT char *get_policy_name(Oid policy_id);
-PGDLLEXPORT Oid get_policy_id(const char *name);
-PGDLLEXPORT Oid get_policy_id_checked(const char *name);
-PGDLLEXPORT void policy_object_checked(Oid policy_id);
-PGDLLEXPORT char *get_policy_colname(Oid policy_id);
-PGDLLEXPORT bool get_policyenabled(Oid policy_id);
-PGDLLEXPORT Oid get_policyid_by_colname(const char *colname);
-PGDLLEXPORT bool get_policy_colhidden(const char *colname);
-PGDLLEXPORT char *get_level_name(Oid policy_id, int16 level_id);
-PGDLLEXPORT int16 get_level_id(Oid policy_id, const char *name);
-PGDLLEXPORT int16 get_min_level_id(Oid policy_id);
-PGDLLEXPORT bool level_id_exists(Oid policy_id, int16 level_id);
-PGDLLEXPORT char *get_compartment_name(Oid policy_id, int16 comp_id);
-PGDLLEXPORT int16 get_compartment_id(Oid policy_id, const char *name);
-PGDLLEXPORT bool compartment_id_exists(Oid policy_id, int16 comp_id);
-
-/* lavrel_label, lavrel_policy_enforcement, lavrel_user */
-PGDLLEXPORT Oid get_label_policy_id(int32 label_id);
-PGDLLEXPORT int32 get_label_id(Oid policy_id, const MacLabel *label);
-PGDLLEXPORT MacLabel *get_label_by_id(int32 label_id);
-/* get_label_by_id that also sets *policy_id (when given) to the label's policy. */
-PGDLLEXPORT MacLabel *get_label_and_policy_by_id(int32 label_id, Oid *policy_id);
-PGDLLEXPORT bool label_id_exists(int32 label_id);
-PGDLLEXPORT List *get_policy_label_ids(Oid policy_id);
-/* Every label of the policy, read in one scan; their ids, in the same order, in *label_ids. */
-PGDLLEXPORT List *get_policy_labels(Oid policy_id, List **label_ids);
-PGDLLEXPORT List *get_policyids_on_rel(Oid relid);
-PGDLLEXPORT List *get_relids_by_policy(Oid policy_id);
-PGDLLEXPORT bool has_policy_applied_to_rel(Oid policy_id, Oid relid);
-PGDLLEXPORT uint16 get_user_policy_privilege(Oid policy_id, Oid user_id);
-PGDLLEXPORT List *get_all_user_accesses(Oid user_id);
-PGDLLEXPORT bool get_user_policy_access(Oid policy_id, Oid user_id, UserPolicyAccess *out);
-
-/*
- * Locks a policy as a database object and re-checks that it still exists:
- * the prologue of every administrative function.  Returns the policy id.
- */
-Oid mac_lock_policy(const char *policy_name, LOCKMODE lockmode);
-
-/* ---------------------------------------------------------------------
- * policy_cmds.cpp: policies, levels, compartments, table policies
- * --------------------------------------------------------------------- */
-
-PGDLLEXPORT void RemovePolicyByIdMac(Oid policy_id);
-void AlterPolicyTuple(Oid policy_id, bool enabled);
-void RemoveLevelById(Oid policy_id, int16 level_id);
-void RemoveCompById(Oid policy_id, int16 comp_id);
-void DropObjectById(Oid relid, AttrNumber attno, Oid id);
-void DropObjectBy2Id(Oid relid, AttrNumber attno1, Oid id, AttrNumber attno2, int16 small_id);
-void DropObjectByCompId(Oid relid, AttrNumber attno, Oid id, AttrNumber vec_attno, int16 comp_id);
-
-/*
- * Discards the cached plans of every table under the policy: their shape
- * depends on the policy and on the privileges of its users.
- */
-void mac_invalidate_policy_plans(Oid policy_id);
-
-/* Whether any row of a catalog table has `id` in column `attno` (any row at all when either is 0). */
-PGDLLEXPORT bool ObjectIsExistById(Oid relid, AttrNumber attno, Oid id);
-
-PGDLLEXPORT bool IsPolicyColumn(Oid relid, const char *colname);
-PGDLLEXPORT void MAC_PolicyColPermCheck(Oid relid, const char *colname);
-PGDLLEXPORT bool MAC_IsPolicyProtectedRel(Oid relid);
-PGDLLEXPORT void ExtractRelPolicies(Oid relid, List **policy_ids, List **attnos,
-                                    bool include_disabled);
-
-/* ---------------------------------------------------------------------
- * policy_session.cpp: session label state and caches
- * --------------------------------------------------------------------- */
 
 /* Element of the three session hash tables: the key and its record. */
 typedef struct MacHashEntry
@@ -440,40 +490,16 @@ typedef struct MacLabelLookupInfo
     int32       label_count;
 } MacLabelLookupInfo;
 
-extern PGDLLEXPORT HTAB *MacSessionLabelHT;
-extern PGDLLEXPORT HTAB *MacLabelLookupInfoHT;
-extern PGDLLEXPORT HTAB *MacLabelMediationHT;
-
-/* Creates the "MAC Session" context; a second call ends the backend. */
-void InitMacSessionMemoryContext(void);
-PGDLLEXPORT void SyncMacSession(bool release_snapshots);
-void        DiscardSessionLabels(void);
-PGDLLEXPORT int32 get_policy_row_label_id(Oid policy_id);
-PGDLLEXPORT int32 get_policy_read_max_label_id(Oid policy_id);
-PGDLLEXPORT int32 get_policy_read_min_label_id(Oid policy_id);
+/*
+ * Brings the session's label state up to date with the catalogs and the
+ * session user; a no-op while it is current.
+ */
+PGDLLEXPORT void SyncMacSession(void);
+/* DISCARD ALL: the session's own labels go. */
+PGDLLEXPORT void MacSessionDiscarded(void);
 PGDLLEXPORT bool need_mac_indexable_quals(Oid policy_id);
-
+PGDLLEXPORT uint32 LookupLabelAccessResults(Oid policy_id, bool isnull, int32 label_id);
 MacSessionLabel *mac_SessionLabelHTLookup(Oid policy_id);
-MacLabelLookupInfo *mac_LabelLookupInfoHTLookup(Oid policy_id);
-MacLabelMediation *mac_LabelMediationHTLookup(int32 label_id);
-void mac_SessionLabelHTInsert(Oid policy_id, MacSessionLabel *rec);
-void mac_LabelLookupInfoHTInsert(Oid policy_id, MacLabelLookupInfo *rec);
-void mac_LabelMediationHTInsert(int32 label_id, MacLabelMediation *rec);
-void mac_SessionLabelHTDelete(MacSessionLabel *rec);
-void mac_LabelLookupInfoHTDelete(MacLabelLookupInfo *rec);
-void mac_LabelMediationHTDelete(MacLabelMediation *rec);
-
-/* ---------------------------------------------------------------------
- * policy_utility_stmt_hooking.cpp: utility statements
- * --------------------------------------------------------------------- */
-
-PGDLLEXPORT void policy_process_utility_hook(PlannedStmt *pstmt, const char *queryString,
-                                             bool readOnlyTree, ProcessUtilityContext context,
-                                             ParamListInfo params, QueryEnvironment *queryEnv,
-                                             DestReceiver *dest, QueryCompletion *qc);
-PGDLLEXPORT void MacObjectDrop(Oid classId, Oid objectId, int subId);
-PGDLLEXPORT void MacRelationTruncate(Oid relid);
-PGDLLEXPORT void MacInheritanceLink(Oid child, Oid parent);
 
 /* ---------------------------------------------------------------------
  * rewritemac.cpp: the label filter
@@ -484,10 +510,24 @@ PGDLLEXPORT Query *MacRewriteForeignKeyAction(Query *query);
 PGDLLEXPORT bool MacFunctionNotInlinable(HeapTuple proctup);
 
 /* ---------------------------------------------------------------------
- * policy_user.cpp: user authorizations
+ * policy_utility_stmt_hooking.cpp: utility statements
  * --------------------------------------------------------------------- */
 
-PGDLLEXPORT void RemoveMacUserAccess(Oid policy_id, Oid user_id);
+PGDLLEXPORT bool policy_process_utility_hook(PlannedStmt *pstmt, const char *queryString,
+                                             QueryEnvironment *queryEnv, QueryCompletion *qc);
+PGDLLEXPORT void MacObjectDrop(Oid classId, Oid objectId, int subId);
+PGDLLEXPORT void MacRelationTruncate(Oid relid);
+PGDLLEXPORT void MacInheritanceLink(Oid child, Oid parent);
+
+/* ---------------------------------------------------------------------
+ * lavrel.cpp: the module's entry point and hook bodies
+ * --------------------------------------------------------------------- */
+
+PGDLLEXPORT void _PG_init(void);
+PGDLLEXPORT int MacHiddenPolicyColumn(ParseState *pstate, RangeTblEntry *rte, Var *var);
+PGDLLEXPORT void MacCheckAlterTable(Relation rel, AlterTableCmd *cmd);
+PGDLLEXPORT void MacCheckRenameColumn(Relation rel, const char *colname);
+PGDLLEXPORT void ObjMediation(const char *kind, Oid namespace_id, Oid objoid);
 
 } /* extern "C" */
 

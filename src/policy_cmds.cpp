@@ -8,12 +8,12 @@
  *
  * Every administrative entry point opens the same way: the permission
  * check, the refusal in a read-only transaction and the wait for the other
- * transactions changing the catalogs (MacCatalogChangeCheck), the argument
+ * transactions changing the catalogs (mac_catalog_change_check), the argument
  * checks in argument order, then the policy locked as a database object and
  * re-checked (mac_lock_policy).  Catalog rows are read and written only
  * through the scan helpers of policy_syscat.cpp.
  */
-#include "lavrel.h"
+#include "lavrel_testing.h"
 
 /* ---------------------------------------------------------------------
  * Shared helpers
@@ -329,7 +329,7 @@ AlterPolicyTuple(Oid policy_id, bool enabled)
 
 MAC_SQL_FUNCTION(CreatePolicyMac)
 {
-    MacCatalogChangeCheck(fcinfo, "create policy");
+    mac_catalog_change_check(fcinfo, "create policy");
     char       *name = CheckPolicyNameArg(MAC_ARG(0));
     char       *colname = CheckPolicyColNameArg(MAC_ARG(1));
     bool        hidden = CheckPolicyColumnHideArg(MAC_ARG(2));
@@ -353,7 +353,7 @@ MAC_SQL_FUNCTION(CreatePolicyMac)
 static void
 set_policy_enabled(FunctionCallInfo fcinfo, const char *action, bool enabled)
 {
-    MacCatalogChangeCheck(fcinfo, action);
+    mac_catalog_change_check(fcinfo, action);
     char       *name = CheckPolicyNameArg(MAC_ARG(0));
     Oid         policy_id = mac_lock_policy(name, AccessExclusiveLock);
 
@@ -417,9 +417,38 @@ lock_existing_tables(List *relids)
     return existing;
 }
 
+static void
+DropObjectById(Oid relid, AttrNumber attno, Oid id)
+{
+    ScanKeyData key;
+
+    mac_key_oid(&key, attno, id);
+    delete_rows(relid, 1, &key);
+}
+
+static void
+DropObjectBy2Id(Oid relid, AttrNumber attno1, Oid id, AttrNumber attno2, int16 small_id)
+{
+    ScanKeyData keys[2];
+
+    mac_key_oid(&keys[0], attno1, id);
+    mac_key_int2(&keys[1], attno2, small_id);
+    delete_rows(relid, 2, keys);
+}
+
+static void
+DropObjectByCompId(Oid relid, AttrNumber attno, Oid id, AttrNumber vec_attno, int16 comp_id)
+{
+    ScanKeyData key;
+    const CompartmentFilter filter = {vec_attno, comp_id};
+
+    mac_key_oid(&key, attno, id);
+    delete_rows(relid, 1, &key, &filter);
+}
+
 MAC_SQL_FUNCTION(DropPolicy)
 {
-    MacCatalogChangeCheck(fcinfo, "drop policy");
+    mac_catalog_change_check(fcinfo, "drop policy");
     char       *name = CheckPolicyNameArg(MAC_ARG(0));
     bool        drop_column = CheckDropColumnArg(MAC_ARG(1));
     Oid         policy_id = mac_lock_policy(name, AccessExclusiveLock);
@@ -449,35 +478,6 @@ RemovePolicyByIdMac(Oid policy_id)
                 (errcode(ERRCODE_SYNTAX_ERROR),
                  errmsg("policy Oid \"%d\" does not exist", (int) policy_id)));
     CommandCounterIncrement();
-}
-
-void
-DropObjectById(Oid relid, AttrNumber attno, Oid id)
-{
-    ScanKeyData key;
-
-    mac_key_oid(&key, attno, id);
-    delete_rows(relid, 1, &key);
-}
-
-void
-DropObjectBy2Id(Oid relid, AttrNumber attno1, Oid id, AttrNumber attno2, int16 small_id)
-{
-    ScanKeyData keys[2];
-
-    mac_key_oid(&keys[0], attno1, id);
-    mac_key_int2(&keys[1], attno2, small_id);
-    delete_rows(relid, 2, keys);
-}
-
-void
-DropObjectByCompId(Oid relid, AttrNumber attno, Oid id, AttrNumber vec_attno, int16 comp_id)
-{
-    ScanKeyData key;
-    const CompartmentFilter filter = {vec_attno, comp_id};
-
-    mac_key_oid(&key, attno, id);
-    delete_rows(relid, 1, &key, &filter);
 }
 
 /* ---------------------------------------------------------------------
@@ -645,7 +645,7 @@ static const ElementKind comp_kind = {
 static void
 create_element(const ElementKind &kind, FunctionCallInfo fcinfo)
 {
-    MacCatalogChangeCheck(fcinfo, kind.create_action);
+    mac_catalog_change_check(fcinfo, kind.create_action);
     char       *policy_name = CheckPolicyNameArg(MAC_ARG(0));
     char       *name = kind.check_name(MAC_ARG(1));
     int16       id = kind.check_id(MAC_ARG(2));
@@ -679,7 +679,7 @@ drop_element(const ElementKind &kind, Oid policy_id, int16 id)
 static void
 drop_element_by_id(const ElementKind &kind, FunctionCallInfo fcinfo)
 {
-    MacCatalogChangeCheck(fcinfo, kind.drop_action);
+    mac_catalog_change_check(fcinfo, kind.drop_action);
     char       *policy_name = CheckPolicyNameArg(MAC_ARG(0));
     int16       id = kind.check_id(MAC_ARG(1));
     Oid         policy_id = mac_lock_policy(policy_name, AccessExclusiveLock);
@@ -695,7 +695,7 @@ drop_element_by_id(const ElementKind &kind, FunctionCallInfo fcinfo)
 static void
 drop_element_by_name(const ElementKind &kind, FunctionCallInfo fcinfo)
 {
-    MacCatalogChangeCheck(fcinfo, kind.drop_action);
+    mac_catalog_change_check(fcinfo, kind.drop_action);
     char       *policy_name = CheckPolicyNameArg(MAC_ARG(0));
     char       *name = kind.check_name(MAC_ARG(1));
     Oid         policy_id = mac_lock_policy(policy_name, AccessExclusiveLock);
@@ -810,7 +810,7 @@ RemoveTablePolicyTuple(Oid policy_id, Oid relid)
 
 MAC_SQL_FUNCTION(ApplyPolicy)
 {
-    MacCatalogChangeCheck(fcinfo, "apply policy");
+    mac_catalog_change_check(fcinfo, "apply policy");
     char       *policy_name = CheckPolicyNameArg(MAC_ARG(0));
     char       *schema = CheckSchemaNameArg(MAC_ARG(1));
     char       *table = CheckRelNameArg(MAC_ARG(2));
@@ -829,7 +829,7 @@ MAC_SQL_FUNCTION(ApplyPolicy)
 
 MAC_SQL_FUNCTION(RemovePolicy)
 {
-    MacCatalogChangeCheck(fcinfo, "remove policy");
+    mac_catalog_change_check(fcinfo, "remove policy");
     char       *policy_name = CheckPolicyNameArg(MAC_ARG(0));
     char       *schema = CheckSchemaNameArg(MAC_ARG(1));
     char       *table = CheckRelNameArg(MAC_ARG(2));
@@ -852,13 +852,7 @@ MAC_SQL_FUNCTION(RemovePolicy)
 bool
 IsPolicyColumn(Oid relid, const char *colname)
 {
-    if (get_attnum(relid, colname) == InvalidAttrNumber)
-        return false;
-
-    List       *policy_ids = get_policyids_on_rel(relid);
-
-    return policy_ids != NIL &&
-        list_member_oid(policy_ids, get_policyid_by_colname(colname));
+    return mac_table_column_policy(relid, get_attnum(relid, colname)) != NULL;
 }
 
 void
@@ -869,40 +863,16 @@ MAC_PolicyColPermCheck(Oid relid, const char *colname)
              colname, get_rel_name(relid));
 }
 
-bool
-MAC_IsPolicyProtectedRel(Oid relid)
-{
-    return get_policyids_on_rel(relid) != NIL;
-}
-
-/*
- * Appends to the two lists, pairwise, each policy on an ordinary table and
- * the attribute number of its policy column; disabled policies only when
- * asked.  Each policy is share-locked only while it is read.
- */
+/* Only the administrator may change, rename or drop a policy column. */
 void
-ExtractRelPolicies(Oid relid, List **policy_ids, List **attnos, bool include_disabled)
+mac_policy_column_change_check(Oid relid, const char *colname)
 {
-    if (get_rel_relkind(relid) != RELKIND_RELATION)
+    if (colname == NULL || GetUserId() == MacAdminRoleId)
         return;
-
-    ListCell   *lc;
-
-    foreach(lc, get_policyids_on_rel(relid))
-    {
-        Oid         policy_id = lfirst_oid(lc);
-
-        LockDatabaseObject(MacPolicyRelationId, policy_id, 0, AccessShareLock);
-        policy_object_checked(policy_id);
-        char       *colname = get_policy_colname(policy_id);
-
-        if (include_disabled || get_policyenabled(policy_id))
-        {
-            *attnos = lappend_int(*attnos, get_attnum(relid, colname));
-            *policy_ids = lappend_oid(*policy_ids, policy_id);
-        }
-        UnlockDatabaseObject(MacPolicyRelationId, policy_id, 0, AccessShareLock);
-    }
+    if (IsPolicyColumn(relid, colname))
+        ereport(ERROR,
+                (errcode(ERRCODE_INSUFFICIENT_PRIVILEGE),
+                 errmsg("permission denied to alter label column")));
 }
 
 /* ---------------------------------------------------------------------
@@ -971,7 +941,7 @@ MAC_SQL_FUNCTION(ApplyObjPolicy)
     LabelledObject obj;
     char       *schema;
 
-    MacCatalogChangeCheck(fcinfo, _("apply obj policy"));
+    mac_catalog_change_check(fcinfo, _("apply obj policy"));
     char       *policy_name = CheckPolicyNameArg(MAC_ARG(0));
 
     read_object_args(fcinfo, &obj, &schema);
@@ -1001,7 +971,7 @@ MAC_SQL_FUNCTION(DropObjPolicy)
     char       *schema;
     ScanKeyData keys[3];
 
-    MacCatalogChangeCheck(fcinfo, _("drop obj policy"));
+    mac_catalog_change_check(fcinfo, _("drop obj policy"));
     char       *policy_name = CheckPolicyNameArg(MAC_ARG(0));
 
     read_object_args(fcinfo, &obj, &schema);
@@ -1014,22 +984,6 @@ MAC_SQL_FUNCTION(DropObjPolicy)
     if (!delete_first_match(MacObjRelationId, 3, keys))
         elog(ERROR, "%s : %s label do not exist", obj.kind, obj.name);
     PG_RETURN_VOID();
-}
-
-bool
-ObjectIsExistById(Oid relid, AttrNumber attno, Oid id)
-{
-    ScanKeyData key;
-    MacCatalogScan scan;
-    bool        keyed = attno != InvalidAttrNumber && OidIsValid(id);
-
-    if (keyed)
-        mac_key_oid(&key, attno, id);
-    mac_scan_begin(&scan, relid, RowExclusiveLock, keyed ? 1 : 0, keyed ? &key : NULL);
-    bool        found = mac_scan_next(&scan) != NULL;
-
-    mac_scan_end(&scan);
-    return found;
 }
 
 /* ---------------------------------------------------------------------

@@ -1,141 +1,14 @@
 /*
  * policy_label.cpp
- *    Labels: the in-memory label record and its dominance order, the
- *    textual form of labels ("level:comp1,comp2"), the administrative
- *    functions that create, alter and drop labels in lavrel_label, and the
- *    per-row mediation functions that the rewritten queries call.
+ *    Labels of a policy: the textual form of labels ("level:comp1,comp2"),
+ *    label ids and their texts, remembered until the catalogs change, and
+ *    the administrative functions that create, alter and drop labels in
+ *    lavrel_label.
  *
- * A label is a level plus a set of compartments.  Label a dominates label b
- * when a's level is not lower than b's and a's compartments include all of
- * b's.  Rows of protected tables carry only a label id; lavrel_label maps
- * the id to its policy, level and compartments.
+ * Rows of protected tables carry only a label id; lavrel_label maps the
+ * id to its policy, level and compartments.
  */
-#include "lavrel.h"
-
-/* ---------------------------------------------------------------------
- * The label record and dominance
- * --------------------------------------------------------------------- */
-
-/* Builds a label that takes ownership of `compartments`. */
-static MacLabel *
-new_mac_label(int16 level, Bitmapset *compartments)
-{
-    MacLabel   *label = (MacLabel *) palloc(sizeof(MacLabel));
-
-    label->level = level;
-    label->compartments = compartments;
-    return label;
-}
-
-/* A new label; the caller keeps its own `compartments`. */
-MacLabel *
-make_mac_label(int16 level, const Bitmapset *compartments)
-{
-    return new_mac_label(level, bms_copy(compartments));
-}
-
-MacLabel *
-copy_mac_label(const MacLabel *label)
-{
-    if (label == NULL)
-        return NULL;
-    return make_mac_label(label->level, label->compartments);
-}
-
-void
-free_mac_label(MacLabel *label)
-{
-    if (label == NULL)
-        return;
-    bms_free(label->compartments);
-    pfree(label);
-}
-
-/*
- * Four-way comparison of two labels.  An empty compartment set, allocated
- * or not, is a subset of every set.
- */
-MacLabelOrder
-compare_mac_label(const MacLabel *a, const MacLabel *b)
-{
-    if (a == b)
-        return LABEL_EQUAL;
-
-    BMS_Comparison comps = bms_subset_compare(a->compartments, b->compartments);
-
-    if (a->level < b->level)
-        return (comps == BMS_EQUAL || comps == BMS_SUBSET1) ? LABEL_DOMINATED
-                                                           : LABEL_NONCOMPARABLE;
-    if (a->level > b->level)
-        return (comps == BMS_EQUAL || comps == BMS_SUBSET2) ? LABEL_DOMINATES
-                                                           : LABEL_NONCOMPARABLE;
-    switch (comps)
-    {
-        case BMS_EQUAL:
-            return LABEL_EQUAL;
-        case BMS_SUBSET1:
-            return LABEL_DOMINATED;
-        case BMS_SUBSET2:
-            return LABEL_DOMINATES;
-        case BMS_DIFFERENT:
-            break;
-    }
-    return LABEL_NONCOMPARABLE;
-}
-
-bool
-strictly_dominates(const MacLabel *a, const MacLabel *b)
-{
-    return compare_mac_label(a, b) == LABEL_DOMINATES;
-}
-
-bool
-dominates(const MacLabel *a, const MacLabel *b)
-{
-    MacLabelOrder order = compare_mac_label(a, b);
-
-    return order == LABEL_EQUAL || order == LABEL_DOMINATES;
-}
-
-bool
-dominated_by(const MacLabel *a, const MacLabel *b)
-{
-    return dominates(b, a);
-}
-
-bool
-strictly_dominated_by(const MacLabel *a, const MacLabel *b)
-{
-    return strictly_dominates(b, a);
-}
-
-/*
- * A new label derived from a and b.  The level is the higher of the two
- * with MERGE_MAX_LEVEL, else the lower; the compartments are taken by the
- * first of MERGE_UNION, MERGE_INTERSECT, MERGE_DIFFERENCE that is set, and
- * are empty when none is.
- */
-MacLabel *
-merge_label(const MacLabel *a, const MacLabel *b, uint32 options)
-{
-    if (options == 0)
-        ereport(ERROR,
-                (errcode(ERRCODE_SYNTAX_ERROR),
-                 errmsg("invalid merge label option: %d", (int) options)));
-
-    int16       level = (options & MERGE_MAX_LEVEL) ? Max(a->level, b->level)
-                                                    : Min(a->level, b->level);
-    Bitmapset  *comps = NULL;
-
-    if (options & MERGE_UNION)
-        comps = bms_union(a->compartments, b->compartments);
-    else if (options & MERGE_INTERSECT)
-        comps = bms_intersect(a->compartments, b->compartments);
-    else if (options & MERGE_DIFFERENCE)
-        comps = bms_difference(a->compartments, b->compartments);
-
-    return new_mac_label(level, comps);
-}
+#include "lavrel_testing.h"
 
 /* ---------------------------------------------------------------------
  * Label strings
@@ -151,8 +24,8 @@ merge_label(const MacLabel *a, const MacLabel *b, uint32 options)
  * Reads the level name at the start of `str` and returns its id in the
  * policy; *end (when given) is set just behind the name.
  */
-int16
-deparse_label_level(Oid policy_id, char *str, char **end)
+static int16
+parse_label_level(Oid policy_id, char *str, char **end)
 {
     char       *stop;
     char       *name;
@@ -186,8 +59,8 @@ deparse_label_level(Oid policy_id, char *str, char **end)
  * an optional trailing comma) and returns the set of their ids; *end (when
  * given) is set where reading stopped.
  */
-Bitmapset *
-deparse_label_comps(Oid policy_id, char *str, char **end)
+static Bitmapset *
+parse_label_comps(Oid policy_id, char *str, char **end)
 {
     Bitmapset  *comps = NULL;
     char       *pos = str;
@@ -235,17 +108,20 @@ MacLabel *
 CStringToMACLabel(Oid policy_id, char *str)
 {
     char       *pos;
-    int16       level = deparse_label_level(policy_id, str, &pos);
+    int16       level = parse_label_level(policy_id, str, &pos);
     Bitmapset  *comps = NULL;
 
     if (*pos == ':')
-        comps = deparse_label_comps(policy_id, pos + 1, &pos);
+        comps = parse_label_comps(policy_id, pos + 1, &pos);
     if (*pos != '\0')
         ereport(ERROR,
                 (errcode(ERRCODE_INVALID_NAME),
                  errmsg("invalid label string \"%s\"", str)));
 
-    return new_mac_label(level, comps);
+    MacLabel   *label = make_mac_label(level, comps);
+
+    bms_free(comps);
+    return label;
 }
 
 /* Parses a level name alone; unlike a label string, no ":" may follow. */
@@ -253,7 +129,7 @@ int16
 CStringToMACLevel(Oid policy_id, char *str)
 {
     char       *pos;
-    int16       level = deparse_label_level(policy_id, str, &pos);
+    int16       level = parse_label_level(policy_id, str, &pos);
 
     if (*pos != '\0')
         ereport(ERROR,
@@ -267,7 +143,7 @@ Bitmapset *
 CStringToMACComp(Oid policy_id, char *str)
 {
     char       *pos;
-    Bitmapset  *comps = deparse_label_comps(policy_id, str, &pos);
+    Bitmapset  *comps = parse_label_comps(policy_id, str, &pos);
 
     if (*pos != '\0')
         ereport(ERROR,
@@ -480,14 +356,12 @@ mac_label_by_id(int32 label_id, Oid *policy_id)
 }
 
 /*
- * The id of the label that `str` names in the policy.  Holds a shared lock
- * on the policy to the end of the transaction, so that the policy cannot be
- * dropped under the lookup.
+ * The id of the label that `str` names in the policy.  The caller holds a
+ * lock on the policy, so that it cannot be dropped under the lookup.
  */
 int32
-char_to_label(const char *policy_name, char *str)
+mac_label_id_of_string(Oid policy_id, char *str)
 {
-    Oid         policy_id = mac_lock_policy(policy_name, AccessShareLock);
     MacLabel   *label = CStringToMACLabel(policy_id, str);
     int32       label_id = cached_label_id(policy_id, label);
 
@@ -497,6 +371,17 @@ char_to_label(const char *policy_name, char *str)
                  errmsg("label \"%s\" does not exist", str)));
     free_mac_label(label);
     return label_id;
+}
+
+/*
+ * The id of the label that `str` names in the policy.  Holds a shared lock
+ * on the policy to the end of the transaction, so that the policy cannot be
+ * dropped under the lookup.
+ */
+int32
+char_to_label(const char *policy_name, char *str)
+{
+    return mac_label_id_of_string(mac_lock_policy(policy_name, AccessShareLock), str);
 }
 
 /* The printed form of the label with this id, read from the catalogs. */
@@ -514,7 +399,7 @@ read_label_text(int32 label_id)
 }
 
 /* The printed form of the label with this id, a new string. */
-char *
+static char *
 label_to_char(int32 label_id)
 {
     LabelTextEntry *known;
@@ -538,7 +423,7 @@ label_to_char(int32 label_id)
 MAC_SQL_FUNCTION(LabelToChar)
 {
     /* No administrator needed, but the catalog ids must be resolved. */
-    MacEnabledCheck();
+    mac_enabled_check();
     int32       label_id = CheckLabelIdArg(MAC_ARG(0));
     char       *str = label_to_char(label_id);
     Datum       result = DirectFunctionCall3(varcharin, CStringGetDatum(str),
@@ -552,7 +437,7 @@ MAC_SQL_FUNCTION(LabelToChar)
 /* char_to_label(policy_name text, label text) RETURNS int4 */
 MAC_SQL_FUNCTION(CharToLabel)
 {
-    MacEnabledCheck();
+    mac_enabled_check();
     char       *policy_name = CheckPolicyNameArg(MAC_ARG(0));
     char       *str = CheckLabelStrArg(MAC_ARG(1));
     int32       label_id = char_to_label(policy_name, str);
@@ -672,7 +557,7 @@ alter_label(Oid policy_id, int32 label_id, char *new_str)
 /* create_label(policy_name text, label text, label_id int4) */
 MAC_SQL_FUNCTION(CreateLabel)
 {
-    MacCatalogChangeCheck(fcinfo, "create label");
+    mac_catalog_change_check(fcinfo, "create label");
     char       *policy_name = CheckPolicyNameArg(MAC_ARG(0));
     char       *str = CheckLabelStrArg(MAC_ARG(1));
     int32       label_id = CheckLabelIdArg(MAC_ARG(2));
@@ -696,7 +581,7 @@ MAC_SQL_FUNCTION(CreateLabel)
 /* alter_label(policy_name text, label_id int4, new_label text) */
 MAC_SQL_FUNCTION(AlterLabelById)
 {
-    MacCatalogChangeCheck(fcinfo, "alter label");
+    mac_catalog_change_check(fcinfo, "alter label");
     char       *policy_name = CheckPolicyNameArg(MAC_ARG(0));
     int32       label_id = CheckLabelIdArg(MAC_ARG(1));
     char       *new_str = CheckLabelStrArg(MAC_ARG(2));
@@ -727,7 +612,7 @@ MAC_SQL_FUNCTION(AlterLabelById)
  */
 MAC_SQL_FUNCTION(AlterLabelByName)
 {
-    MacCatalogChangeCheck(fcinfo, "alter label");
+    mac_catalog_change_check(fcinfo, "alter label");
     char       *policy_name = CheckPolicyNameArg(MAC_ARG(0));
     char       *str = CheckLabelStrArg(MAC_ARG(1));
     char       *new_str = CheckLabelStrArg(MAC_ARG(2));
@@ -743,7 +628,7 @@ MAC_SQL_FUNCTION(AlterLabelByName)
 /* drop_label(policy_name text, label_id int4) */
 MAC_SQL_FUNCTION(DropLabelById)
 {
-    MacCatalogChangeCheck(fcinfo, "drop label");
+    mac_catalog_change_check(fcinfo, "drop label");
     char       *policy_name = CheckPolicyNameArg(MAC_ARG(0));
     int32       label_id = CheckLabelIdArg(MAC_ARG(1));
     Oid         policy_id = mac_lock_policy(policy_name, AccessExclusiveLock);
@@ -766,121 +651,10 @@ MAC_SQL_FUNCTION(DropLabelById)
  */
 MAC_SQL_FUNCTION(DropLabelByName)
 {
-    MacCatalogChangeCheck(fcinfo, "drop label");
+    mac_catalog_change_check(fcinfo, "drop label");
     char       *policy_name = CheckPolicyNameArg(MAC_ARG(0));
     char       *str = CheckLabelStrArg(MAC_ARG(1));
 
     RemoveLabelById(char_to_label(policy_name, str));
     PG_RETURN_VOID();
-}
-
-/* ---------------------------------------------------------------------
- * Row mediation
- *
- * The rewritten queries call these once per row.  Each answer is a probe
- * of the session's mediation caches; none of these functions is strict,
- * so each decides about null arguments itself.  Argument 0 is the policy
- * id (SQL oid), the others are label ids (int4).
- * --------------------------------------------------------------------- */
-
-static bool
-policy_arg_valid(FunctionCallInfo fcinfo)
-{
-    return !PG_ARGISNULL(0) && PG_GETARG_OID(0) != InvalidOid;
-}
-
-/* The policy of a write, insert or update check; null or 0 is refused. */
-static Oid
-write_policy_arg(FunctionCallInfo fcinfo)
-{
-    if (!policy_arg_valid(fcinfo))
-        ereport(ERROR,
-                (errcode(ERRCODE_SYNTAX_ERROR),
-                 errmsg("write access failed due to invaild policy id")));
-    return PG_GETARG_OID(0);
-}
-
-/* Label argument n; 0 stands in for null, which callers pass separately. */
-static int32
-label_arg(FunctionCallInfo fcinfo, int n)
-{
-    return PG_ARGISNULL(n) ? 0 : PG_GETARG_INT32(n);
-}
-
-/* Returns label argument n unchanged, null included. */
-static Datum
-return_label_arg(FunctionCallInfo fcinfo, int n)
-{
-    if (PG_ARGISNULL(n))
-        PG_RETURN_NULL();
-    PG_RETURN_DATUM(PG_GETARG_DATUM(n));
-}
-
-/* read_mediation(policy oid, label int4) RETURNS bool: may the row be read */
-MAC_SQL_FUNCTION(ReadMediation)
-{
-    if (!policy_arg_valid(fcinfo))
-        ereport(ERROR,
-                (errcode(ERRCODE_SYNTAX_ERROR),
-                 errmsg("read access failed due to invaild policy id")));
-
-    uint32      mask = LookupLabelAccessResults(PG_GETARG_OID(0), PG_ARGISNULL(1),
-                                                label_arg(fcinfo, 1));
-
-    PG_RETURN_BOOL((mask & MAC_MED_READ) != 0);
-}
-
-/*
- * write_mediation(policy oid, label int4) RETURNS bool
- *
- * Never answers false: a statement that reaches a row it may not write
- * fails as a whole.
- */
-MAC_SQL_FUNCTION(WriteMediation)
-{
-    Oid         policy_id = write_policy_arg(fcinfo);
-    uint32      mask = LookupLabelAccessResults(policy_id, PG_ARGISNULL(1),
-                                                label_arg(fcinfo, 1));
-
-    if ((mask & MAC_MED_WRITE) == 0)
-    {
-        char       *policy_name = get_policy_name(policy_id);
-
-        ereport(ERROR,
-                (errcode(ERRCODE_SYNTAX_ERROR),
-                 errmsg("unauthorized write access for policy %s", policy_name)));
-    }
-    PG_RETURN_BOOL(true);
-}
-
-/* label_insert(policy oid, label int4) RETURNS int4: the label, if allowed */
-MAC_SQL_FUNCTION(LabelInsertCheck)
-{
-    Oid         policy_id = write_policy_arg(fcinfo);
-    uint32      mask = LookupLabelInsertResults(policy_id, PG_ARGISNULL(1),
-                                                label_arg(fcinfo, 1));
-
-    if ((mask & MAC_MED_INSERT) == 0)
-        ereport(ERROR,
-                (errcode(ERRCODE_SYNTAX_ERROR),
-                 errmsg("label insert check failed due to invalid new label")));
-    return return_label_arg(fcinfo, 1);
-}
-
-/*
- * label_update(policy oid, old_label int4, new_label int4) RETURNS int4:
- * the new label, if the change from the old one is allowed
- */
-MAC_SQL_FUNCTION(LabelUpdateCheck)
-{
-    Oid         policy_id = write_policy_arg(fcinfo);
-    uint32      mask = LookupLabelUpdateResults(policy_id,
-                                                PG_ARGISNULL(1), label_arg(fcinfo, 1),
-                                                PG_ARGISNULL(2), label_arg(fcinfo, 2));
-
-    if ((mask & MAC_MED_UPD_SAME) != MAC_MED_UPD_SAME)
-        ereport(ERROR,
-                (errcode(ERRCODE_SYNTAX_ERROR),
-                 errmsg("label update check failed")));
-    return return_label_arg(fcinfo, 2);
 }

@@ -18,7 +18,7 @@
  * --------------------------------------------------------------------- */
 
 void
-MacEnabledCheck(void)
+mac_enabled_check(void)
 {
     if (!MAC_isenable())
         ereport(ERROR,
@@ -29,7 +29,7 @@ MacEnabledCheck(void)
 void
 MacPermissionCheck(const char *action)
 {
-    MacEnabledCheck();
+    mac_enabled_check();
     /* Only the bootstrap superuser administers; other superusers do not. */
     if (GetUserId() != MacAdminRoleId)
         ereport(ERROR,
@@ -47,7 +47,7 @@ MacPermissionCheck(const char *action)
  * the latest snapshot, what the one before it committed.
  */
 void
-MacCatalogChangeCheck(FunctionCallInfo fcinfo, const char *action)
+mac_catalog_change_check(FunctionCallInfo fcinfo, const char *action)
 {
     MacPermissionCheck(action);
     PreventCommandIfReadOnly(psprintf("%s()", get_func_name(fcinfo->flinfo->fn_oid)));
@@ -66,7 +66,7 @@ RaiseNullArgException(const char *what)
  * String arguments
  * --------------------------------------------------------------------- */
 
-char *
+static char *
 GetIdentifierFromArg(char *str, const char *what)
 {
     char       *ident;
@@ -84,12 +84,10 @@ GetIdentifierFromArg(char *str, const char *what)
     return ident;
 }
 
-/* The text as a C string, refused when longer than the free-text limit. */
+/* The string, refused when longer than the free-text limit. */
 static char *
-bounded_text(Datum value, const char *too_long)
+bounded_string(char *str, const char *too_long)
 {
-    char       *str = TextDatumGetCString(value);
-
     if (pg_mbstrlen(str) > MAC_MAX_STRING_CHARS)
         ereport(ERROR,
                 (errcode(ERRCODE_NAME_TOO_LONG),
@@ -97,11 +95,17 @@ bounded_text(Datum value, const char *too_long)
     return str;
 }
 
-char *
-GetLabelFromArg(Datum value)
+/* The text as a C string, refused when longer than the free-text limit. */
+static char *
+bounded_text(Datum value, const char *too_long)
 {
-    char       *str = bounded_text(value, "characters of label string must be less than \"%u\"");
+    return bounded_string(TextDatumGetCString(value), too_long);
+}
 
+char *
+mac_label_string_check(char *str)
+{
+    bounded_string(str, "characters of label string must be less than \"%u\"");
     if (*str == '\0')
         ereport(ERROR,
                 (errcode(ERRCODE_INVALID_NAME),
@@ -109,13 +113,19 @@ GetLabelFromArg(Datum value)
     return str;
 }
 
-char *
+static char *
+GetLabelFromArg(Datum value)
+{
+    return mac_label_string_check(TextDatumGetCString(value));
+}
+
+static char *
 GetCompartmentsFromArg(Datum value)
 {
     return bounded_text(value, "characters of compartment string must be less than \"%u\"");
 }
 
-char *
+static char *
 GetPrivilegesFromArg(Datum value)
 {
     return bounded_text(value, "characters of privileges must be less than \"%u\"");

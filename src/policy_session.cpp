@@ -18,7 +18,7 @@
  * and inspects its labels, and those that the policy column's default and
  * the query rewrite call for per-policy values.
  */
-#include "lavrel.h"
+#include "lavrel_testing.h"
 
 HTAB *MacSessionLabelHT = NULL;
 HTAB *MacLabelLookupInfoHT = NULL;
@@ -756,7 +756,7 @@ void
 end_session_label_change(SessionLabelChange *change)
 {
     session_state_version = 0;
-    SyncMacSession(false);
+    SyncMacSession();
     free_mac_label(change->label);
     pfree(change->label_str);
     pfree(change->policy_name);
@@ -1002,7 +1002,7 @@ rebuild_session_state(void)
  * standing is the one a rebuild would make.
  */
 void
-SyncMacSession(bool release_snapshots)
+SyncMacSession(void)
 {
     if (!session_sync_applies())
         return;
@@ -1010,10 +1010,6 @@ SyncMacSession(bool release_snapshots)
     InitMacSessionState();
     if (!session_state_current())
         rebuild_session_state();
-
-    /* The catalog scans of a rebuild registered snapshots of their own. */
-    if (release_snapshots)
-        AtEOXact_Snapshot(true, false);
 }
 
 /*
@@ -1021,7 +1017,7 @@ SyncMacSession(bool release_snapshots)
  * from the user's authorization, as a new connection does.
  */
 void
-DiscardSessionLabels(void)
+MacSessionDiscarded(void)
 {
     if (MacSessionLabelHT == NULL)
         return;
@@ -1036,24 +1032,6 @@ lookup_info_field(Oid policy_id, int32 MacLabelLookupInfo::*field)
     MacLabelLookupInfo *info = find_lookup_info(policy_id);
 
     return info != NULL ? info->*field : 0;
-}
-
-int32
-get_policy_row_label_id(Oid policy_id)
-{
-    return lookup_info_field(policy_id, &MacLabelLookupInfo::default_row_label_id);
-}
-
-int32
-get_policy_read_max_label_id(Oid policy_id)
-{
-    return lookup_info_field(policy_id, &MacLabelLookupInfo::max_label_id);
-}
-
-int32
-get_policy_read_min_label_id(Oid policy_id)
-{
-    return lookup_info_field(policy_id, &MacLabelLookupInfo::min_label_id);
 }
 
 /* Sessions with READ or FULL may read every label: no range clauses then. */
@@ -1090,13 +1068,13 @@ LookupLabelAccessResults(Oid policy_id, bool isnull, int32 label_id)
     return access_by_privileges(s->privs);
 }
 
-uint32
+static uint32
 LookupLabelInsertResults(Oid policy_id, bool isnull, int32 label_id)
 {
     return LookupLabelAccessResults(policy_id, isnull, label_id);
 }
 
-uint32
+static uint32
 LookupLabelUpdateResults(Oid policy_id, bool old_isnull, int32 old_label,
                          bool new_isnull, int32 new_label)
 {
@@ -1120,6 +1098,117 @@ LookupLabelUpdateResults(Oid policy_id, bool old_isnull, int32 old_label,
     if (old_rec == NULL || new_rec == NULL || old_policy != new_policy)
         return update_by_privileges(s->privs);
     return label_change_mask(s, old_rec, new_rec);
+}
+
+/* ---------------------------------------------------------------------
+ * Row mediation
+ *
+ * The rewritten queries call these once per row.  Each answer is a probe
+ * of the session's mediation caches; none of these functions is strict,
+ * so each decides about null arguments itself.  Argument 0 is the policy
+ * id (SQL oid), the others are label ids (int4).
+ * --------------------------------------------------------------------- */
+
+static bool
+policy_arg_valid(FunctionCallInfo fcinfo)
+{
+    return !PG_ARGISNULL(0) && PG_GETARG_OID(0) != InvalidOid;
+}
+
+/* The policy of a write, insert or update check; null or 0 is refused. */
+static Oid
+write_policy_arg(FunctionCallInfo fcinfo)
+{
+    if (!policy_arg_valid(fcinfo))
+        ereport(ERROR,
+                (errcode(ERRCODE_SYNTAX_ERROR),
+                 errmsg("write access failed due to invaild policy id")));
+    return PG_GETARG_OID(0);
+}
+
+/* Label argument n; 0 stands in for null, which callers pass separately. */
+static int32
+label_arg(FunctionCallInfo fcinfo, int n)
+{
+    return PG_ARGISNULL(n) ? 0 : PG_GETARG_INT32(n);
+}
+
+/* Returns label argument n unchanged, null included. */
+static Datum
+return_label_arg(FunctionCallInfo fcinfo, int n)
+{
+    if (PG_ARGISNULL(n))
+        PG_RETURN_NULL();
+    PG_RETURN_DATUM(PG_GETARG_DATUM(n));
+}
+
+/* read_mediation(policy oid, label int4) RETURNS bool: may the row be read */
+MAC_SQL_FUNCTION(ReadMediation)
+{
+    if (!policy_arg_valid(fcinfo))
+        ereport(ERROR,
+                (errcode(ERRCODE_SYNTAX_ERROR),
+                 errmsg("read access failed due to invaild policy id")));
+
+    uint32      mask = LookupLabelAccessResults(PG_GETARG_OID(0), PG_ARGISNULL(1),
+                                                label_arg(fcinfo, 1));
+
+    PG_RETURN_BOOL((mask & MAC_MED_READ) != 0);
+}
+
+/*
+ * write_mediation(policy oid, label int4) RETURNS bool
+ *
+ * Never answers false: a statement that reaches a row it may not write
+ * fails as a whole.
+ */
+MAC_SQL_FUNCTION(WriteMediation)
+{
+    Oid         policy_id = write_policy_arg(fcinfo);
+    uint32      mask = LookupLabelAccessResults(policy_id, PG_ARGISNULL(1),
+                                                label_arg(fcinfo, 1));
+
+    if ((mask & MAC_MED_WRITE) == 0)
+    {
+        char       *policy_name = get_policy_name(policy_id);
+
+        ereport(ERROR,
+                (errcode(ERRCODE_SYNTAX_ERROR),
+                 errmsg("unauthorized write access for policy %s", policy_name)));
+    }
+    PG_RETURN_BOOL(true);
+}
+
+/* label_insert(policy oid, label int4) RETURNS int4: the label, if allowed */
+MAC_SQL_FUNCTION(LabelInsertCheck)
+{
+    Oid         policy_id = write_policy_arg(fcinfo);
+    uint32      mask = LookupLabelInsertResults(policy_id, PG_ARGISNULL(1),
+                                                label_arg(fcinfo, 1));
+
+    if ((mask & MAC_MED_INSERT) == 0)
+        ereport(ERROR,
+                (errcode(ERRCODE_SYNTAX_ERROR),
+                 errmsg("label insert check failed due to invalid new label")));
+    return return_label_arg(fcinfo, 1);
+}
+
+/*
+ * label_update(policy oid, old_label int4, new_label int4) RETURNS int4:
+ * the new label, if the change from the old one is allowed
+ */
+MAC_SQL_FUNCTION(LabelUpdateCheck)
+{
+    Oid         policy_id = write_policy_arg(fcinfo);
+    uint32      mask = LookupLabelUpdateResults(policy_id,
+                                                PG_ARGISNULL(1), label_arg(fcinfo, 1),
+                                                PG_ARGISNULL(2), label_arg(fcinfo, 2));
+
+    if ((mask & MAC_MED_UPD_SAME) != MAC_MED_UPD_SAME)
+        ereport(ERROR,
+                (errcode(ERRCODE_SYNTAX_ERROR),
+                 errmsg("label update check failed")));
+    return return_label_arg(fcinfo, 2);
 }
 
 /* ---------------------------------------------------------------------

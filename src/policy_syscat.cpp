@@ -4,18 +4,18 @@
  *    the writers elsewhere in the module use too.
  *
  * The catalogs are small, ordinary tables; the writers' catalog-tuple calls
- * keep their unique indexes, which no lookup needs.  Each lookup is a
- * sequential scan with equality scan keys under the latest snapshot (the
- * catalog snapshot in parallel mode), so it sees everything committed so
- * far and the caller's own earlier changes once a command-counter
- * increment has made them visible.  Nothing is cached
+ * keep their unique indexes.  Each lookup is a scan with equality scan
+ * keys, through the index of its key when there is one, under the latest
+ * snapshot (the catalog snapshot in parallel mode), so it sees everything
+ * committed so far and the caller's own earlier changes once a
+ * command-counter increment has made them visible.  Nothing is cached
  * here: the caches sit above these functions, and every writer below tells
  * them of its change with a relcache invalidation of the catalog table.
  *
  * A lookup that needs a row raises its error with the scan still open; the
  * transaction abort releases the scan, the snapshot and the lock.
  */
-#include "lavrel.h"
+#include "lavrel_testing.h"
 
 /* ---------------------------------------------------------------------
  * Scan keys and scans
@@ -64,20 +64,62 @@ mac_read_snapshot(Oid relid)
 }
 
 /*
+ * An index of the catalog that serves the keys: one that holds every keyed
+ * column and whose leading column is keyed.  InvalidOid when none does,
+ * and the table is read in full.
+ */
+static Oid
+mac_scan_index(Relation rel, int nkeys, const ScanKeyData *keys)
+{
+    List       *indexes = RelationGetIndexList(rel);
+    Oid         found = InvalidOid;
+    ListCell   *lc;
+
+    foreach(lc, indexes)
+    {
+        Relation    index = index_open(lfirst_oid(lc), AccessShareLock);
+        int2vector *columns = &index->rd_index->indkey;
+        bool        leading = false;
+        int         covered = 0;
+
+        for (int i = 0; i < nkeys; i++)
+        {
+            leading |= keys[i].sk_attno == columns->values[0];
+            for (int j = 0; j < columns->dim1; j++)
+                covered += columns->values[j] == keys[i].sk_attno;
+        }
+        if (leading && covered == nkeys)
+            found = lfirst_oid(lc);
+        index_close(index, AccessShareLock);
+        if (OidIsValid(found))
+            break;
+    }
+    list_free(indexes);
+    return found;
+}
+
+/*
  * The catalogs are configuration, read by every statement: a serializable
  * transaction must not take predicate locks on them, or every statement
  * would conflict with every change an administrator makes.  The table is
  * therefore scanned under SnapshotAny, which takes no predicate locks, and
- * each tuple is tested against the MVCC snapshot by hand.
+ * each tuple is tested against the MVCC snapshot by hand.  A lookup by a
+ * unique key goes through its index.
  */
 void
 mac_scan_begin(MacCatalogScan *s, Oid relid, LOCKMODE lockmode,
                int nkeys, ScanKey keys)
 {
+    Oid         index;
+
+    Assert(nkeys <= MAC_MAX_SCAN_KEYS);
     s->rel = table_open(relid, lockmode);
     s->lockmode = lockmode;
     s->snapshot = RegisterSnapshot(mac_read_snapshot(relid));
-    s->scan = table_beginscan(s->rel, SnapshotAny, nkeys, keys);
+    /* The scan renumbers the keys' columns for the index: it gets a copy. */
+    memcpy(s->keys, keys, nkeys * sizeof(ScanKeyData));
+    index = mac_scan_index(s->rel, nkeys, keys);
+    s->scan = systable_beginscan(s->rel, index, OidIsValid(index), SnapshotAny, nkeys, s->keys);
 }
 
 HeapTuple
@@ -85,9 +127,9 @@ mac_scan_next(MacCatalogScan *s)
 {
     HeapTuple   tuple;
 
-    while ((tuple = heap_getnext(s->scan, ForwardScanDirection)) != NULL)
+    while ((tuple = systable_getnext(s->scan)) != NULL)
     {
-        Buffer      buffer = ((HeapScanDesc) s->scan)->rs_cbuf;
+        Buffer      buffer = ((BufferHeapTupleTableSlot *) s->scan->slot)->buffer;
         bool        visible;
 
         LockBuffer(buffer, BUFFER_LOCK_SHARE);
@@ -102,7 +144,7 @@ mac_scan_next(MacCatalogScan *s)
 void
 mac_scan_end(MacCatalogScan *s)
 {
-    table_endscan(s->scan);
+    systable_endscan(s->scan);
     UnregisterSnapshot(s->snapshot);
     table_close(s->rel, s->lockmode);
 }
@@ -291,13 +333,19 @@ policy_object_checked(Oid policy_id)
                      policy_missing, (int) policy_id);
 }
 
+void
+mac_lock_policy_id(Oid policy_id, LOCKMODE lockmode)
+{
+    LockDatabaseObject(MacPolicyRelationId, policy_id, 0, lockmode);
+    policy_object_checked(policy_id);
+}
+
 Oid
 mac_lock_policy(const char *policy_name, LOCKMODE lockmode)
 {
     Oid         policy_id = get_policy_id_checked(policy_name);
 
-    LockDatabaseObject(MacPolicyRelationId, policy_id, 0, lockmode);
-    policy_object_checked(policy_id);
+    mac_lock_policy_id(policy_id, lockmode);
     return policy_id;
 }
 
@@ -346,6 +394,21 @@ get_policy_colhidden(const char *colname)
                 (errcode(ERRCODE_SYNTAX_ERROR),
                  errmsg("no policy correspond to policy column %s", colname)));
     return hidden;
+}
+
+void
+get_policy_row(Oid policy_id, MacPolicyRow *row)
+{
+    ScanKeyData key;
+
+    mac_policy_key(&key, policy_id);
+    mac_lookup_first(MacPolicyRelationId, 1, &key,
+                     [&](MacCatalogScan *s, HeapTuple t) {
+                         row->column_name = mac_copy_name(s, t, mac_col::policy_col_name);
+                         row->column_hidden = DatumGetBool(mac_scan_getattr(s, t, mac_col::policy_col_hidden, nullptr));
+                         row->enabled = DatumGetBool(mac_scan_getattr(s, t, mac_col::policy_enable, nullptr));
+                     },
+                     policy_missing, (int) policy_id);
 }
 
 /* ---------------------------------------------------------------------
@@ -538,7 +601,7 @@ get_label_and_policy_by_id(int32 label_id, Oid *policy_id)
     ScanKeyData key;
     MacLabel   *label = nullptr;
 
-    mac_key_oid(&key, mac_col::label_id, (Oid) label_id);
+    mac_key_int4(&key, mac_col::label_id, label_id);
     mac_lookup_first(MacLabelRelationId, 1, &key,
                      [&](MacCatalogScan *s, HeapTuple t) {
                          label = mac_label_from_row(s, t);
@@ -564,27 +627,13 @@ label_id_exists(int32 label_id)
 }
 
 List *
-get_policy_label_ids(Oid policy_id)
-{
-    ScanKeyData key;
-    List       *ids = NIL;
-
-    mac_key_int4(&key, mac_col::label_policy_oid, (int32) policy_id);
-    mac_lookup_all(MacLabelRelationId, 1, &key,
-                   [&](MacCatalogScan *s, HeapTuple t) {
-                       ids = lappend_int(ids, DatumGetInt32(mac_scan_getattr(s, t, mac_col::label_id, nullptr)));
-                   });
-    return ids;
-}
-
-List *
 get_policy_labels(Oid policy_id, List **label_ids)
 {
     ScanKeyData key;
     List       *labels = NIL;
 
     *label_ids = NIL;
-    mac_key_int4(&key, mac_col::label_policy_oid, (int32) policy_id);
+    mac_key_oid(&key, mac_col::label_policy_oid, policy_id);
     mac_lookup_all(MacLabelRelationId, 1, &key,
                    [&](MacCatalogScan *s, HeapTuple t) {
                        *label_ids = lappend_int(*label_ids, DatumGetInt32(mac_scan_getattr(s, t, mac_col::label_id, nullptr)));
@@ -706,4 +755,59 @@ get_user_policy_access(Oid policy_id, Oid user_id, UserPolicyAccess *out)
                                 out->row_comps = mac_user_comps(s, t, mac_col::user_row_comps);
                                 out->min_write_comps = mac_user_comps(s, t, mac_col::user_min_write_comps);
                             });
+}
+
+/* ---------------------------------------------------------------------
+ * lavrel_obj
+ * --------------------------------------------------------------------- */
+
+List *
+get_labelled_object_ids(void)
+{
+    List       *oids = NIL;
+
+    mac_lookup_all(MacObjRelationId, 0, nullptr,
+                   [&](MacCatalogScan *s, HeapTuple t) {
+                       oids = lappend_oid(oids, DatumGetObjectId(mac_scan_getattr(s, t, mac_col::obj_oid, nullptr)));
+                   });
+    return oids;
+}
+
+List *
+get_object_labels(Oid namespace_id, Oid objoid)
+{
+    ScanKeyData keys[2];
+    List       *labels = NIL;
+
+    mac_key_oid(&keys[0], mac_col::obj_namespace, namespace_id);
+    mac_key_oid(&keys[1], mac_col::obj_oid, objoid);
+    mac_lookup_all(MacObjRelationId, 2, keys,
+                   [&](MacCatalogScan *s, HeapTuple t) {
+                       bool        isnull;
+                       Datum       policy = mac_scan_getattr(s, t, mac_col::obj_policy_oid, &isnull);
+                       MacObjectLabel *label = (MacObjectLabel *) palloc(sizeof(MacObjectLabel));
+
+                       label->policy_id = isnull ? InvalidOid : DatumGetObjectId(policy);
+                       Datum       id = mac_scan_getattr(s, t, mac_col::obj_label_id, &isnull);
+
+                       label->label_id = isnull ? 0 : DatumGetInt32(id);
+                       labels = lappend(labels, label);
+                   });
+    return labels;
+}
+
+bool
+ObjectIsExistById(Oid relid, AttrNumber attno, Oid id)
+{
+    ScanKeyData key;
+    MacCatalogScan scan;
+    bool        keyed = attno != InvalidAttrNumber && OidIsValid(id);
+
+    if (keyed)
+        mac_key_oid(&key, attno, id);
+    mac_scan_begin(&scan, relid, RowExclusiveLock, keyed ? 1 : 0, keyed ? &key : NULL);
+    bool        found = mac_scan_next(&scan) != NULL;
+
+    mac_scan_end(&scan);
+    return found;
 }

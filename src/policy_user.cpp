@@ -287,7 +287,7 @@ struct UserTarget
 void
 resolve_user_target(FunctionCallInfo fcinfo, const char *action, UserTarget *t)
 {
-    MacCatalogChangeCheck(fcinfo, action);
+    mac_catalog_change_check(fcinfo, action);
     t->policy_name = CheckPolicyNameArg(MAC_ARG(0));
     t->policy_id = mac_lock_policy(t->policy_name, AccessShareLock);
     t->user_name = CheckUserNameArg(MAC_ARG(1));
@@ -548,6 +548,19 @@ MAC_SQL_FUNCTION(SetDefRowLabel)
                           &UserPolicyAccess::row_level, &UserPolicyAccess::row_comps);
 }
 
+static void
+RemoveMacUserAccess(Oid policy_id, Oid user_id)
+{
+    MacCatalogScan scan;
+    ScanKeyData keys[2];
+    HeapTuple   tuple = begin_user_access_scan(&scan, keys, policy_id, user_id);
+
+    if (tuple != NULL)
+        mac_catalog_delete(&scan, tuple);
+    mac_scan_end(&scan);
+    mac_invalidate_policy_plans(policy_id);
+}
+
 /* Both names are checked before either is looked up. */
 MAC_SQL_FUNCTION(DropUserAccess)
 {
@@ -556,7 +569,7 @@ MAC_SQL_FUNCTION(DropUserAccess)
     Oid         policy_id;
     Oid         user_id;
 
-    MacCatalogChangeCheck(fcinfo, "drop user access");
+    mac_catalog_change_check(fcinfo, "drop user access");
     policy_name = CheckPolicyNameArg(MAC_ARG(0));
     user_name = CheckUserNameArg(MAC_ARG(1));
     policy_id = mac_lock_policy(policy_name, AccessShareLock);
@@ -571,49 +584,16 @@ MAC_SQL_FUNCTION(DropUserAccess)
     PG_RETURN_VOID();
 }
 
-void
-RemoveMacUserAccess(Oid policy_id, Oid user_id)
-{
-    MacCatalogScan scan;
-    ScanKeyData keys[2];
-    HeapTuple   tuple = begin_user_access_scan(&scan, keys, policy_id, user_id);
-
-    if (tuple != NULL)
-        mac_catalog_delete(&scan, tuple);
-    mac_scan_end(&scan);
-    mac_invalidate_policy_plans(policy_id);
-}
 
 /* ---------------------------------------------------------------------
  * Privileges
  * --------------------------------------------------------------------- */
 
-/* Stores the privileges of an existing authorization; null clears them. */
-MAC_SQL_FUNCTION(SetUserPrivs)
-{
-    UserTarget  t;
-    UserPolicyAccess existing;
-    char       *privs_str;
-    uint16      privs;
-
-    resolve_user_target(fcinfo, "set user privileges", &t);
-    require_user_access(&t, &existing);
-    privs_str = CheckPolicyPrivsStrArg(MAC_ARG(2));
-    privs = MacPrivsCstringToPrivs(privs_str);
-    UpdateUserAccess(t.policy_id, t.user_id, &privs, &existing, &existing);
-
-    if (privs_str != NULL)
-        pfree(privs_str);
-    pfree(t.user_name);
-    pfree(t.policy_name);
-    PG_RETURN_VOID();
-}
-
 /*
  * Parses a comma-separated list of privilege names, in any case, without
  * blanks; one trailing comma is accepted.
  */
-uint16
+static uint16
 MacPrivsCstringToPrivs(const char *str)
 {
     const char *p = str;
@@ -636,6 +616,27 @@ MacPrivsCstringToPrivs(const char *str)
             break;
     }
     return privs;
+}
+
+/* Stores the privileges of an existing authorization; null clears them. */
+MAC_SQL_FUNCTION(SetUserPrivs)
+{
+    UserTarget  t;
+    UserPolicyAccess existing;
+    char       *privs_str;
+    uint16      privs;
+
+    resolve_user_target(fcinfo, "set user privileges", &t);
+    require_user_access(&t, &existing);
+    privs_str = CheckPolicyPrivsStrArg(MAC_ARG(2));
+    privs = MacPrivsCstringToPrivs(privs_str);
+    UpdateUserAccess(t.policy_id, t.user_id, &privs, &existing, &existing);
+
+    if (privs_str != NULL)
+        pfree(privs_str);
+    pfree(t.user_name);
+    pfree(t.policy_name);
+    PG_RETURN_VOID();
 }
 
 /* The privilege string of a mask, upper case; bits above WRITEACROSS ignored. */

@@ -14,9 +14,10 @@
  *     included (MacInheritanceLink);
  *   - a COPY of a protected table is run under the labels.
  *
- * policy_process_utility_hook sees every utility statement while access
- * control is in force, checks or runs it, and otherwise hands it on to the
- * hook that was installed before it.
+ * The layer asks policy_process_utility_hook about every utility statement
+ * before PostgreSQL runs it; while access control is in force it checks
+ * the statement, or runs a COPY itself through the layer's COPY with the
+ * callbacks below.
  */
 #include "lavrel.h"
 
@@ -92,13 +93,13 @@ check_drop_relation(Oid relid, int attnum)
     check_drop_catalog(relid, attnum);
     if (attnum == 0)
     {
-        if (ObjectIsExistById(MacPolicyEnforcementRelationId, mac_col::enf_relation_oid, relid))
+        if (mac_table_is_protected(relid))
             object_in_use("current table cannot be dropped, because mac policy has applied");
         return;
     }
     colname = get_attname(relid, (AttrNumber) attnum, true);
     if (colname != NULL)
-        MacPolicyColumnChangeCheck(relid, colname);
+        mac_policy_column_change_check(relid, colname);
 }
 
 /*
@@ -149,30 +150,28 @@ MacObjectDrop(Oid classId, Oid objectId, int subId)
 void
 MacRelationTruncate(Oid relid)
 {
-    List       *policy_ids;
-    ListCell   *lc;
+    const MacProtectedTable *table;
     AclResult   acl;
 
-    if (!MAC_isenable())
-        return;
-    policy_ids = get_policyids_on_rel(relid);
-    if (policy_ids == NIL)
+    if (!MAC_isenable() || !mac_table_is_protected(relid))
         return;
     /* PostgreSQL asks before it checks the privilege: its refusal comes first. */
     acl = pg_class_aclcheck(relid, GetUserId(), ACL_TRUNCATE);
     if (acl != ACLCHECK_OK)
         aclcheck_error(acl, OBJECT_TABLE, get_rel_name(relid));
-    SyncMacSession(false);
-    foreach(lc, policy_ids)
+    SyncMacSession();
+    table = mac_protected_table(relid);
+    for (int i = 0; i < table->npolicies; i++)
     {
-        MacSessionLabel *session = mac_SessionLabelHTLookup(lfirst_oid(lc));
+        Oid         policy_id = table->policies[i].policy_id;
+        MacSessionLabel *session = mac_SessionLabelHTLookup(policy_id);
 
         if (session == NULL || (session->privs & MAC_PRIV_FULL) == 0)
             ereport(ERROR,
                     (errcode(ERRCODE_INSUFFICIENT_PRIVILEGE),
                      errmsg("permission denied to truncate table \"%s\"", get_rel_name(relid)),
                      errdetail("The table is under policy \"%s\", and the session does not hold "
-                               "the FULL privilege under it.", get_policy_name(lfirst_oid(lc))),
+                               "the FULL privilege under it.", get_policy_name(policy_id)),
                      errhint("TRUNCATE of a table under a policy needs FULL under each of its "
                              "policies; DELETE removes the rows the session may write.")));
     }
@@ -185,7 +184,7 @@ MacRelationTruncate(Oid relid)
 static void
 check_inheritance_member(Oid relid)
 {
-    if (MAC_IsPolicyProtectedRel(relid))
+    if (mac_table_is_protected(relid))
         ereport(ERROR,
                 (errcode(ERRCODE_FEATURE_NOT_SUPPORTED),
                  errmsg("table \"%s\" is under a lavrel policy and cannot take part in inheritance",
@@ -212,7 +211,7 @@ MacInheritanceLink(Oid child, Oid parent)
  * COPY under the labels
  *
  * A COPY of a table with a policy runs through the layer's COPY
- * (host_do_copy) with the hooks below filled for its duration:
+ * (host_do_copy) with the callbacks below:
  *   COPY FROM  reads a label string in each policy column and stores its
  *              label id; every row, defaults included, then passes
  *              label_insert as a row of INSERT would;
@@ -231,29 +230,32 @@ enum class CopyLabelOption : int32
     nolabel = 2                 /* "nolabel": no policy columns */
 };
 
-/* A label string already converted in this COPY, and its label id as text. */
+/* A label string already looked up in this COPY, and its label id. */
 struct LabelCacheEntry
 {
     const char *text;           /* the key */
-    char        label_id[12];
+    int32       label_id;
 };
 
-/*
- * The COPY being run.  A COPY run by one of its triggers saves this and
- * puts it back when it ends.
- */
+/* An enabled policy of the table, and what this COPY learnt of it. */
+struct CopyPolicy
+{
+    Oid         policy_id;
+    AttrNumber  attnum;         /* its policy column */
+    bool        locked;         /* share-locked for the labels looked up */
+    HTAB       *labels;         /* label string -> LabelCacheEntry */
+};
+
+/* One COPY being run; a COPY run by one of its triggers has its own. */
 struct MacCopyState
 {
     CopyLabelOption label_option;
     MemoryContext context;      /* the statement's: lives as long as the COPY */
-    Oid         relid;          /* the table the lists below describe, once filled */
-    List       *policies;       /* enabled policies of the table */
-    List       *columns;        /* their policy columns, in the same order */
-    List       *label_caches;   /* per policy: label string -> LabelCacheEntry */
+    Oid         relid;
+    int         npolicies;
+    CopyPolicy *policies;
     FmgrInfo    label_insert;
 };
-
-static MacCopyState mac_copy;
 
 static uint32
 label_text_hash(const void *key, Size keysize)
@@ -272,7 +274,7 @@ label_text_match(const void *key1, const void *key2, Size keysize)
 }
 
 static HTAB *
-new_label_cache(void)
+new_label_cache(MemoryContext context)
 {
     HASHCTL     ctl;
 
@@ -280,111 +282,117 @@ new_label_cache(void)
     ctl.entrysize = sizeof(LabelCacheEntry);
     ctl.hash = label_text_hash;
     ctl.match = label_text_match;
-    ctl.hcxt = mac_copy.context;
+    ctl.hcxt = context;
     return hash_create("lavrel COPY labels", 64, &ctl,
                        HASH_ELEM | HASH_FUNCTION | HASH_COMPARE | HASH_CONTEXT);
 }
 
-/* Fills the lists for `relid` the first time a hook asks about it. */
-static void
-fill_policy_columns(Oid relid)
-{
-    MemoryContext caller;
-    ListCell   *lc;
+static const MacProtectedTable no_policies = {InvalidOid, 0, NULL};
 
-    if (mac_copy.relid == relid)
+/* The enabled policies of the table and their columns, the first time they are asked for. */
+static void
+fill_copy_policies(MacCopyState *copy)
+{
+    const MacProtectedTable *table;
+
+    if (copy->policies != NULL)
         return;
-    caller = MemoryContextSwitchTo(mac_copy.context);
-    mac_copy.policies = mac_copy.columns = mac_copy.label_caches = NIL;
-    ExtractRelPolicies(relid, &mac_copy.policies, &mac_copy.columns, false);
-    foreach(lc, mac_copy.columns)
+    table = mac_protected_table(copy->relid);
+    /* Only an ordinary table has policy columns to read or print. */
+    if (get_rel_relkind(copy->relid) != RELKIND_RELATION)
+        table = &no_policies;
+    copy->policies = (CopyPolicy *) MemoryContextAllocZero(copy->context,
+                                                           (table->npolicies + 1) * sizeof(CopyPolicy));
+    copy->npolicies = 0;
+    for (int i = 0; i < table->npolicies; i++)
     {
-        if (lfirst_int(lc) == InvalidAttrNumber)
-            ereport(ERROR,
-                    (errcode(ERRCODE_UNDEFINED_COLUMN),
-                     errmsg("policy column \"%s\" of relation \"%s\" doesnot exist",
-                            get_policy_colname(list_nth_oid(mac_copy.policies,
-                                                            foreach_current_index(lc))),
-                            get_rel_name(relid))));
-        mac_copy.label_caches = lappend(mac_copy.label_caches, new_label_cache());
+        const MacTablePolicy *policy = &table->policies[i];
+        CopyPolicy *p;
+
+        if (!policy->enabled)
+            continue;
+        p = &copy->policies[copy->npolicies++];
+        p->policy_id = policy->policy_id;
+        p->attnum = mac_policy_column_attnum(copy->relid, policy);
     }
-    fmgr_info(LabelInsertProc, &mac_copy.label_insert);
-    mac_copy.relid = relid;
-    MemoryContextSwitchTo(caller);
+    for (int i = 0; i < copy->npolicies; i++)
+        copy->policies[i].labels = new_label_cache(copy->context);
+    fmgr_info(LabelInsertProc, &copy->label_insert);
 }
 
-/* The place of `attnum` among the table's policy columns; -1 when it is none. */
-static int
-policy_column_index(Oid relid, AttrNumber attnum)
+/* The enabled policy whose column is `attnum`; NULL when it is none. */
+static CopyPolicy *
+copy_policy_of_column(MacCopyState *copy, AttrNumber attnum)
 {
-    ListCell   *lc;
-
-    fill_policy_columns(relid);
-    foreach(lc, mac_copy.columns)
+    fill_copy_policies(copy);
+    for (int i = 0; i < copy->npolicies; i++)
     {
-        if (lfirst_int(lc) == attnum)
-            return foreach_current_index(lc);
+        if (copy->policies[i].attnum == attnum)
+            return &copy->policies[i];
     }
-    return -1;
+    return NULL;
 }
 
 /*
- * The label id, as text, of a label string read for the policy column at
- * `index`.  Each distinct string goes to char_to_label once per COPY.  The
- * answer cannot go stale within it: char_to_label's shared lock on the
- * policy, held to the end of the transaction, keeps out every change to
- * the policy's levels, compartments and labels except alter_label and
+ * The label id of a label string read for the policy's column.  Each
+ * distinct string is looked up once per COPY.  The answer cannot go stale
+ * within it: the shared lock on the policy, taken at its first lookup and
+ * held to the end of the transaction, keeps out every change to the
+ * policy's levels, compartments and labels except alter_label and
  * drop_label by label string, which take only that shared lock themselves;
  * this COPY sees such a change as if it had come after it.
  */
-static char *
-ConvertCharToLabel(int index, const char *text)
+static int32
+copy_label_id(MacCopyState *copy, CopyPolicy *policy, const char *text)
 {
-    HTAB       *cache = (HTAB *) list_nth(mac_copy.label_caches, index);
     LabelCacheEntry *entry;
 
     if (text == NULL)
         RaiseNullArgException("label id");
-    entry = (LabelCacheEntry *) hash_search(cache, &text, HASH_FIND, NULL);
+    entry = (LabelCacheEntry *) hash_search(policy->labels, &text, HASH_FIND, NULL);
     if (entry == NULL)
     {
-        Oid         policy_id = list_nth_oid(mac_copy.policies, index);
-        Datum       label_id = OidFunctionCall2(CharToLabelProc,
-                                                CStringGetTextDatum(get_policy_name(policy_id)),
-                                                CStringGetTextDatum(text));
+        char       *str = mac_label_string_check(pstrdup(text));
 
-        text = MemoryContextStrdup(mac_copy.context, text);
-        entry = (LabelCacheEntry *) hash_search(cache, &text, HASH_ENTER, NULL);
-        pg_ltoa(DatumGetInt32(label_id), entry->label_id);
+        if (!policy->locked)
+            mac_lock_policy_id(policy->policy_id, AccessShareLock);
+        policy->locked = true;
+        int32       label_id = mac_label_id_of_string(policy->policy_id, str);
+
+        text = MemoryContextStrdup(copy->context, text);
+        entry = (LabelCacheEntry *) hash_search(policy->labels, &text, HASH_ENTER, NULL);
+        entry->label_id = label_id;
     }
     return entry->label_id;
 }
 
-/* COPY FROM: a policy column's field is a label string; it becomes the label id. */
-static void
-MacCopyLabelField(Oid relid, AttrNumber attnum, char **field)
+/* COPY FROM: a policy column's field is a label string; its label id is stored. */
+static bool
+copy_label_field(void *arg, AttrNumber attnum, char *field, Datum *value)
 {
-    int         index = policy_column_index(relid, attnum);
+    MacCopyState *copy = (MacCopyState *) arg;
+    CopyPolicy *policy = copy_policy_of_column(copy, attnum);
 
-    if (index >= 0)
-        *field = ConvertCharToLabel(index, *field);
+    if (policy == NULL)
+        return false;
+    *value = Int32GetDatum(copy_label_id(copy, policy, field));
+    return true;
 }
 
 /* COPY FROM: each policy column of the row, read or defaulted, through label_insert. */
 static void
-MacCopyCheckRow(Oid relid, Datum *values, bool *nulls)
+copy_check_row(void *arg, Datum *values, bool *nulls)
 {
-    ListCell   *policy;
-    ListCell   *column;
+    MacCopyState *copy = (MacCopyState *) arg;
 
-    fill_policy_columns(relid);
-    forboth(policy, mac_copy.policies, column, mac_copy.columns)
+    fill_copy_policies(copy);
+    for (int i = 0; i < copy->npolicies; i++)
     {
-        int         m = lfirst_int(column) - 1;
+        int         m = copy->policies[i].attnum - 1;
         LOCAL_FCINFO(fcinfo, 2);
 
-        InitFunctionCallInfoData(*fcinfo, &mac_copy.label_insert, 2, InvalidOid, NULL, NULL);
-        fcinfo->args[0].value = ObjectIdGetDatum(lfirst_oid(policy));
+        InitFunctionCallInfoData(*fcinfo, &copy->label_insert, 2, InvalidOid, NULL, NULL);
+        fcinfo->args[0].value = ObjectIdGetDatum(copy->policies[i].policy_id);
         fcinfo->args[0].isnull = false;
         fcinfo->args[1].value = values[m];
         fcinfo->args[1].isnull = nulls[m];
@@ -395,16 +403,16 @@ MacCopyCheckRow(Oid relid, Datum *values, bool *nulls)
 
 /* With "nolabel", the policy columns leave the COPY's column list. */
 static List *
-MacCopyDeleteLabelColumns(Oid relid, List *attnums)
+copy_columns(void *arg, List *attnums)
 {
+    MacCopyState *copy = (MacCopyState *) arg;
     ListCell   *lc;
 
-    if (mac_copy.label_option != CopyLabelOption::nolabel)
+    if (copy->label_option != CopyLabelOption::nolabel)
         return attnums;
-    fill_policy_columns(relid);
     foreach(lc, attnums)
     {
-        if (list_member_int(mac_copy.columns, lfirst_int(lc)))
+        if (copy_policy_of_column(copy, lfirst_int(lc)) != NULL)
             attnums = foreach_delete_current(attnums, lc);
     }
     return attnums;
@@ -412,9 +420,11 @@ MacCopyDeleteLabelColumns(Oid relid, List *attnums)
 
 /* With "nolabel", fields beyond the expected ones (a file's labels) are ignored. */
 static void
-MacCopyIgnoreLabelFields(int16 expected, int *fields)
+copy_fields_read(void *arg, int expected, int *fields)
 {
-    if (mac_copy.label_option == CopyLabelOption::nolabel && expected > 0 && *fields > expected)
+    MacCopyState *copy = (MacCopyState *) arg;
+
+    if (copy->label_option == CopyLabelOption::nolabel && expected > 0 && *fields > expected)
         *fields = expected;
 }
 
@@ -424,14 +434,15 @@ MacCopyIgnoreLabelFields(int16 expected, int *fields)
  * so that a row without a label keeps its null.
  */
 static Node *
-MacCopyLabelText(Oid relid, AttrNumber attnum, Node *column)
+copy_output(void *arg, AttrNumber attnum, Node *column)
 {
+    MacCopyState *copy = (MacCopyState *) arg;
     List       *funcname;
     NullTest   *present;
     CaseWhen   *when;
     CaseExpr   *result;
 
-    if (mac_copy.label_option != CopyLabelOption::label || policy_column_index(relid, attnum) < 0)
+    if (copy->label_option != CopyLabelOption::label || copy_policy_of_column(copy, attnum) == NULL)
         return column;
     funcname = list_make2(makeString(get_namespace_name(get_func_namespace(LabelToCharProc))),
                           makeString(get_func_name(LabelToCharProc)));
@@ -447,16 +458,6 @@ MacCopyLabelText(Oid relid, AttrNumber attnum, Node *column)
     result->args = list_make1(when);
     result->location = -1;
     return (Node *) result;
-}
-
-static void
-set_copy_hooks(bool on)
-{
-    MacProcessForNextCopyFrom_hook = on ? MacCopyLabelField : NULL;
-    MacProcessForCopyFrom_hook = on ? MacCopyCheckRow : NULL;
-    MacProcessDeleteMacColumn_hook = on ? MacCopyDeleteLabelColumns : NULL;
-    MacProcessCheckTupleForCopyTo_hook = on ? MacCopyLabelText : NULL;
-    MacProcessIgnoreMacField_hook = on ? MacCopyIgnoreLabelFields : NULL;
 }
 
 static bool
@@ -481,18 +482,16 @@ label_option(DefElem *def)
  * is taken out of the statement and kept for the run.
  */
 static bool
-is_policy_related_copy(CopyStmt *stmt)
+is_policy_related_copy(CopyStmt *stmt, MacCopyState *copy)
 {
     DefElem    *found = NULL;
     ListCell   *lc;
-    Oid         relid;
 
     if (stmt->relation == NULL)
         return false;
-    mac_copy = MacCopyState();
-    relid = RangeVarGetRelid(stmt->relation, stmt->is_from ? RowExclusiveLock : AccessShareLock,
-                             false);
-    if (get_policyids_on_rel(relid) == NIL)
+    copy->relid = RangeVarGetRelid(stmt->relation,
+                                   stmt->is_from ? RowExclusiveLock : AccessShareLock, false);
+    if (!mac_table_is_protected(copy->relid))
         return false;
 
     foreach(lc, stmt->options)
@@ -507,105 +506,65 @@ is_policy_related_copy(CopyStmt *stmt)
                      errmsg("conflicting or redundant options")));
         found = def;
     }
-    mac_copy.label_option = label_option(found);
+    copy->label_option = label_option(found);
     stmt->options = list_delete_ptr(stmt->options, found);
     return true;
 }
 
 /*
- * Runs the COPY through the layer with the hooks filled.  The session's
- * labels are brought up to date first, as they are before any statement
- * is executed.  A COPY run by a trigger of another leaves the hooks
- * filled for the outer one.  MacNeedToCheckPermisition stays set: the
- * layer's COPY needs no guard lifted, and a trigger of the COPY must not
- * alter a policy column any more than its user may.
- */
-static void
-MacCopyRun(ParseState *pstate, const CopyStmt *stmt, int stmt_location, int stmt_len,
-           uint64 *processed)
-{
-    bool        nested = MacProcessForCopyFrom_hook != NULL;
-
-    mac_copy.context = CurrentMemoryContext;
-    SyncMacSession(false);
-    set_copy_hooks(true);
-    PG_TRY();
-    {
-        host_do_copy(pstate, stmt, stmt_location, stmt_len, processed);
-    }
-    PG_FINALLY();
-    {
-        set_copy_hooks(nested);
-    }
-    PG_END_TRY();
-}
-
-/*
  * Runs the COPY under the labels if it copies a protected table, and then
  * reports "COPY n"; false when it does not, and the COPY is left to the
- * server.  The statement is copied first, as its options may change.
+ * server.  The statement is copied first, as its options may change.  The
+ * session's labels are brought up to date first, as they are before any
+ * statement is executed.  MacNeedToCheckPermisition stays set: the
+ * layer's COPY needs no guard lifted, and a trigger of the COPY must not
+ * alter a policy column any more than its user may.
  */
 static bool
 policy_process_copy(PlannedStmt *pstmt, const char *queryString, QueryEnvironment *queryEnv,
                     QueryCompletion *qc)
 {
     CopyStmt   *stmt = (CopyStmt *) copyObjectImpl(pstmt->utilityStmt);
-    MacCopyState outer = mac_copy;
-    ParseState *pstate = make_parsestate(NULL);
+    MacCopyState copy = {};
+    HostCopyCallbacks callbacks = {&copy, copy_columns, copy_output, copy_fields_read,
+                                   copy_label_field, copy_check_row};
+    ParseState *pstate;
     uint64      processed = 0;
-    bool        related = false;
 
+    copy.context = CurrentMemoryContext;
+    if (!is_policy_related_copy(stmt, &copy))
+        return false;
+    pstate = make_parsestate(NULL);
     pstate->p_sourcetext = queryString;
     pstate->p_queryEnv = queryEnv;
-    PG_TRY();
-    {
-        related = is_policy_related_copy(stmt);
-        if (related)
-            MacCopyRun(pstate, stmt, pstmt->stmt_location, pstmt->stmt_len, &processed);
-    }
-    PG_FINALLY();
-    {
-        mac_copy = outer;
-    }
-    PG_END_TRY();
+    SyncMacSession();
+    host_do_copy(pstate, stmt, pstmt->stmt_location, pstmt->stmt_len, &processed, &callbacks);
     free_parsestate(pstate);
-    if (related && qc != NULL)
+    if (qc != NULL)
         SetQueryCompletion(qc, CMDTAG_COPY, processed);
-    return related;
+    return true;
 }
 
 /* ---------------------------------------------------------------------
  * The utility hook
  * --------------------------------------------------------------------- */
 
-static void
-call_next_utility(PlannedStmt *pstmt, const char *queryString, bool readOnlyTree,
-                  ProcessUtilityContext context, ParamListInfo params,
-                  QueryEnvironment *queryEnv, DestReceiver *dest, QueryCompletion *qc)
-{
-    if (policy_process_utility_hook_next)
-        policy_process_utility_hook_next(pstmt, queryString, readOnlyTree, context,
-                                         params, queryEnv, dest, qc);
-    else
-        standard_ProcessUtility(pstmt, queryString, readOnlyTree, context,
-                                params, queryEnv, dest, qc);
-}
-
-void
-policy_process_utility_hook(PlannedStmt *pstmt, const char *queryString, bool readOnlyTree,
-                            ProcessUtilityContext context, ParamListInfo params,
-                            QueryEnvironment *queryEnv, DestReceiver *dest, QueryCompletion *qc)
+/*
+ * Every utility statement, before PostgreSQL runs it: a COPY of a
+ * protected table is run here under the labels (true: it is done), and
+ * DROP EXTENSION lavrel is refused while policies apply.
+ */
+bool
+policy_process_utility_hook(PlannedStmt *pstmt, const char *queryString,
+                            QueryEnvironment *queryEnv, QueryCompletion *qc)
 {
     Node       *stmt = pstmt->utilityStmt;
 
-    if (MAC_isenable())
-    {
-        if (IsA(stmt, CopyStmt) && policy_process_copy(pstmt, queryString, queryEnv, qc))
-            return;
-        if (IsA(stmt, DropStmt))
-            Policy_Check_Drop_Extension((DropStmt *) stmt);
-    }
-    call_next_utility(pstmt, queryString, readOnlyTree, context, params, queryEnv, dest, qc);
-    if (IsA(stmt, DiscardStmt) && ((DiscardStmt *) stmt)->target == DISCARD_ALL)
-        DiscardSessionLabels();
+    if (!MAC_isenable())
+        return false;
+    if (IsA(stmt, CopyStmt))
+        return policy_process_copy(pstmt, queryString, queryEnv, qc);
+    if (IsA(stmt, DropStmt))
+        Policy_Check_Drop_Extension((DropStmt *) stmt);
+    return false;
 }

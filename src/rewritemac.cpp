@@ -51,19 +51,11 @@ mediation_call(Oid funcid, Oid rettype, List *args)
                         COERCE_EXPLICIT_CALL);
 }
 
-/* The policy column of `relid` as a variable of range-table entry `varno`. */
+/* The policy's column of `relid` as a variable of range-table entry `varno`. */
 Var *
-policy_column_var(Oid policy_id, Oid relid, int varno)
+policy_column_var(const MacTablePolicy *policy, Oid relid, int varno)
 {
-    char       *colname = get_policy_colname(policy_id);
-    AttrNumber  attno = get_attnum(relid, colname);
-
-    if (attno == InvalidAttrNumber)
-        ereport(ERROR,
-                (errcode(ERRCODE_UNDEFINED_COLUMN),
-                 errmsg("policy column \"%s\" of relation \"%s\" doesnot exist",
-                        colname, get_rel_name(relid))));
-    return makeVar(varno, attno, INT4OID, -1, InvalidOid, 0);
+    return makeVar(varno, mac_policy_column_attnum(relid, policy), INT4OID, -1, InvalidOid, 0);
 }
 
 /* pg_catalog's int4 "<=", never one found through the user's search_path. */
@@ -91,43 +83,38 @@ int4_le(Oid op, Expr *left, Expr *right)
  * it on every row, not once.)
  */
 static List *
-MAC_Append_Label_Filter(Oid policy_id, Oid relid, int varno)
+MAC_Append_Label_Filter(const MacTablePolicy *policy, Oid relid, int varno)
 {
     Oid         le = int4_le_operator();
-    Const      *policy = policy_const(policy_id);
-    Expr       *min = (Expr *) mediation_call(PolicyMinLabelIdProc, INT4OID, list_make1(policy));
-    Expr       *max = (Expr *) mediation_call(PolicyMaxLabelIdProc, INT4OID, list_make1(policy));
-    Expr       *column = (Expr *) policy_column_var(policy_id, relid, varno);
+    Const      *id = policy_const(policy->policy_id);
+    Expr       *min = (Expr *) mediation_call(PolicyMinLabelIdProc, INT4OID, list_make1(id));
+    Expr       *max = (Expr *) mediation_call(PolicyMaxLabelIdProc, INT4OID, list_make1(id));
+    Expr       *column = (Expr *) policy_column_var(policy, relid, varno);
 
     return list_make2(int4_le(le, column, max), int4_le(le, min, column));
 }
 
 namespace {
 
-/* The enabled policies applied to a table, in catalog order. */
-List *
-enabled_policies(Oid relid)
+/* Whether the table has an enabled policy. */
+bool
+has_enabled_policy(const MacProtectedTable *table)
 {
-    List       *enabled = NIL;
-    List       *policies = mac_rel_policy_ids(relid);
-    ListCell   *lc;
-
-    foreach(lc, policies)
+    for (int i = 0; i < table->npolicies; i++)
     {
-        if (get_policyenabled(lfirst_oid(lc)))
-            enabled = lappend_oid(enabled, lfirst_oid(lc));
+        if (table->policies[i].enabled)
+            return true;
     }
-    list_free(policies);
-    return enabled;
+    return false;
 }
 
 /* A mediation function of the policy column, as a qual. */
 Expr *
-mediation_qual(Oid funcid, Oid policy_id, Oid relid, int varno)
+mediation_qual(Oid funcid, const MacTablePolicy *policy, Oid relid, int varno)
 {
     return (Expr *) mediation_call(funcid, BOOLOID,
-                                   list_make2(policy_const(policy_id),
-                                              policy_column_var(policy_id, relid, varno)));
+                                   list_make2(policy_const(policy->policy_id),
+                                              policy_column_var(policy, relid, varno)));
 }
 
 /*
@@ -138,19 +125,19 @@ mediation_qual(Oid funcid, Oid policy_id, Oid relid, int varno)
 Expr *
 label_filter(Oid relid, int varno)
 {
-    List       *policies = enabled_policies(relid);
+    const MacProtectedTable *table = mac_protected_table(relid);
     List       *quals = NIL;
-    ListCell   *lc;
 
-    foreach(lc, policies)
+    for (int i = 0; i < table->npolicies; i++)
     {
-        Oid         policy_id = lfirst_oid(lc);
+        const MacTablePolicy *policy = &table->policies[i];
 
-        quals = lappend(quals, mediation_qual(ReadMediationProc, policy_id, relid, varno));
-        if (need_mac_indexable_quals(policy_id))
-            quals = list_concat(quals, MAC_Append_Label_Filter(policy_id, relid, varno));
+        if (!policy->enabled)
+            continue;
+        quals = lappend(quals, mediation_qual(ReadMediationProc, policy, relid, varno));
+        if (need_mac_indexable_quals(policy->policy_id))
+            quals = list_concat(quals, MAC_Append_Label_Filter(policy, relid, varno));
     }
-    list_free(policies);
     return quals != NIL ? make_ands_explicit(quals) : NULL;
 }
 
@@ -160,13 +147,13 @@ label_filter(Oid relid, int varno)
  * the whole statement), so with it this is the label once checked.
  */
 Expr *
-label_if(Oid funcid, Oid policy_id, Oid relid, int varno)
+label_if(Oid funcid, const MacTablePolicy *policy, Oid relid, int varno)
 {
     CaseWhen   *when = makeNode(CaseWhen);
     CaseExpr   *expr = makeNode(CaseExpr);
 
-    when->expr = mediation_qual(funcid, policy_id, relid, varno);
-    when->result = (Expr *) policy_column_var(policy_id, relid, varno);
+    when->expr = mediation_qual(funcid, policy, relid, varno);
+    when->result = (Expr *) policy_column_var(policy, relid, varno);
     when->location = -1;
     expr->casetype = INT4OID;
     expr->casecollid = InvalidOid;
@@ -185,19 +172,21 @@ label_if(Oid funcid, Oid policy_id, Oid relid, int varno)
 Expr *
 read_write_check(Oid relid, int varno)
 {
-    List       *policies = enabled_policies(relid);
+    const MacProtectedTable *table = mac_protected_table(relid);
     List       *checks = NIL;
-    ListCell   *lc;
 
-    foreach(lc, policies)
+    for (int i = 0; i < table->npolicies; i++)
     {
-        Oid         policy_id = lfirst_oid(lc);
-        Expr       *readable = label_if(ReadMediationProc, policy_id, relid, varno);
+        const MacTablePolicy *policy = &table->policies[i];
+        Expr       *readable;
 
+        if (!policy->enabled)
+            continue;
+        readable = label_if(ReadMediationProc, policy, relid, varno);
         checks = lappend(checks, mediation_call(WriteMediationProc, BOOLOID,
-                                                list_make2(policy_const(policy_id), readable)));
+                                                list_make2(policy_const(policy->policy_id),
+                                                           readable)));
     }
-    list_free(policies);
     return checks != NIL ? make_ands_explicit(checks) : NULL;
 }
 
@@ -254,36 +243,29 @@ List *
 check_stored_labels(Query *query, List *tlist, bool update)
 {
     RangeTblEntry *target = rt_fetch(query->resultRelation, query->rtable);
-    List       *policies = mac_rel_policy_ids(target->relid);
     List       *checked = NIL;
     ListCell   *lc;
 
-    if (policies == NIL)
-        return NIL;
     foreach(lc, tlist)
     {
         TargetEntry *tle = (TargetEntry *) lfirst(lc);
-        char       *colname;
-        Oid         policy_id;
+        const MacTablePolicy *policy;
         List       *args;
 
         if (tle->resjunk)
             continue;
-        colname = get_attname(target->relid, tle->resno, false);
-        policy_id = get_policyid_by_colname(colname);
-        if (!OidIsValid(policy_id) || !list_member_oid(policies, policy_id) ||
-            !get_policyenabled(policy_id))
+        policy = mac_table_column_policy(target->relid, tle->resno);
+        if (policy == NULL || !policy->enabled)
             continue;
 
-        args = list_make2(policy_const(policy_id), tle->expr);
+        args = list_make2(policy_const(policy->policy_id), tle->expr);
         if (update)
-            args = list_insert_nth(args, 1, label_if(WriteMediationProc, policy_id, target->relid,
+            args = list_insert_nth(args, 1, label_if(WriteMediationProc, policy, target->relid,
                                                      query->resultRelation));
         tle->expr = (Expr *) mediation_call(update ? LabelUpdateProc : LabelInsertProc,
                                             INT4OID, args);
-        checked = lappend_oid(checked, policy_id);
+        checked = lappend_oid(checked, policy->policy_id);
     }
-    list_free(policies);
     return checked;
 }
 
@@ -298,24 +280,22 @@ void
 check_written_rows(Query *query, List *checked)
 {
     RangeTblEntry *target = rt_fetch(query->resultRelation, query->rtable);
-    List       *policies = enabled_policies(target->relid);
-    ListCell   *lc;
+    const MacProtectedTable *table = mac_protected_table(target->relid);
 
-    foreach(lc, policies)
+    for (int i = 0; i < table->npolicies; i++)
     {
-        Oid         policy_id = lfirst_oid(lc);
+        const MacTablePolicy *policy = &table->policies[i];
         Expr       *check;
 
-        if (list_member_oid(checked, policy_id))
+        if (!policy->enabled || list_member_oid(checked, policy->policy_id))
             continue;
-        check = mediation_qual(WriteMediationProc, policy_id, target->relid,
+        check = mediation_qual(WriteMediationProc, policy, target->relid,
                                query->resultRelation);
         query->targetList = lappend(query->targetList,
                                     makeTargetEntry(check, list_length(query->targetList) + 1,
                                                     pstrdup("lavrel_write_check"), true));
         query->hasRowSecurity = true;
     }
-    list_free(policies);
 }
 
 /* The labels an UPDATE or DELETE stores, and the rows it changes. */
@@ -361,7 +341,7 @@ refuse_protected_merge(Query *query)
     {
         RangeTblEntry *rte = (RangeTblEntry *) lfirst(lc);
 
-        if (rte->rtekind == RTE_RELATION && enabled_policies(rte->relid) != NIL)
+        if (rte->rtekind == RTE_RELATION && has_enabled_policy(mac_protected_table(rte->relid)))
             ereport(ERROR,
                     (errcode(ERRCODE_FEATURE_NOT_SUPPORTED),
                      errmsg("MERGE is not supported on table \"%s\", which is under a lavrel policy",
@@ -403,7 +383,7 @@ rewrite_query(Query *query)
     if (query->commandType == CMD_UTILITY)
         return;
 
-    SyncMacSession(false);
+    SyncMacSession();
     if (query->commandType == CMD_MERGE)
         refuse_protected_merge(query);
 
@@ -448,7 +428,7 @@ reaches_protected_table(Oid relid)
     Relation    view;
     bool        reaches;
 
-    if (mac_rel_policy_ids(relid) != NIL)
+    if (mac_table_is_protected(relid))
         return true;
     if (get_rel_relkind(relid) != RELKIND_VIEW)
         return false;

@@ -2,24 +2,25 @@
  * copy.cpp
  *    COPY of a table under a policy.  Stock COPY has no hook points, so the
  *    layer runs such a COPY itself, out of PostgreSQL's own COPY pieces,
- *    and calls the COPY hooks of host.h where the labels come in.
+ *    and calls the module's callbacks (HostCopyCallbacks, host.h) where
+ *    the labels come in.
  *
  *   COPY TO    runs as COPY (SELECT <columns> FROM ONLY <table>) TO through
  *              DoCopy.  The query passes the planner hook like any other,
  *              so the label filter keeps exactly the rows the session may
  *              read: read_mediation of every enabled policy, row by row,
  *              which is what a per-row check of COPY TO would ask.  Only
- *              the rows written are counted.  MacProcessDeleteMacColumn_hook
- *              may leave columns out, MacProcessCheckTupleForCopyTo_hook
- *              says how each column is printed; the output columns keep the
+ *              the rows written are counted.  The `columns` callback may
+ *              leave columns out, the `output` callback says how each
+ *              column is printed; the output columns keep the
  *              table's column names, for HEADER.
  *   COPY FROM  reads lines with BeginCopyFrom and NextCopyFromRawFields and
  *              converts fields as NextCopyFrom does (text and CSV), with
- *              MacProcessIgnoreMacField_hook capping the number of fields
- *              and MacProcessForNextCopyFrom_hook converting a field before
- *              the column's input function.  Defaults fill the columns not
+ *              the `fields_read` callback capping the number of fields
+ *              and the `field` callback converting a field before the
+ *              column's input function.  Defaults fill the columns not
  *              read, the COPY's WHERE condition filters, and
- *              MacProcessForCopyFrom_hook checks what is left, as the label
+ *              the `row` callback checks what is left, as the label
  *              check of INSERT ... SELECT ... WHERE would.  Rows are then
  *              inserted as CopyFrom inserts them, in batches where it
  *              would batch them: BEFORE and AFTER row and statement
@@ -30,14 +31,6 @@
  * Binary format, and FREEZE in COPY FROM, are refused for such tables.
  */
 #include "host/host.h"
-
-extern "C" {
-MacProcessForNextCopyFrom_hook_type MacProcessForNextCopyFrom_hook = NULL;
-MacProcessForCopyFrom_hook_type MacProcessForCopyFrom_hook = NULL;
-MacProcessDeleteMacColumn_hook_type MacProcessDeleteMacColumn_hook = NULL;
-MacProcessCheckTupleForCopyTo_hook_type MacProcessCheckTupleForCopyTo_hook = NULL;
-MacProcessIgnoreMacField_hook_type MacProcessIgnoreMacField_hook = NULL;
-}
 
 namespace {
 
@@ -65,14 +58,14 @@ refuse_unsupported_options(ParseState *pstate, const CopyStmt *stmt)
                         stmt->relation->relname)));
 }
 
-/* The columns the COPY names (all when it names none), less those the hook deletes. */
+/* The columns the COPY names (all when it names none), less those the callbacks leave out. */
 List *
-copy_attnums(Relation rel, const CopyStmt *stmt)
+copy_attnums(Relation rel, const CopyStmt *stmt, const HostCopyCallbacks *cb)
 {
     List       *attnums = CopyGetAttnums(RelationGetDescr(rel), rel, stmt->attlist);
 
-    if (MacProcessDeleteMacColumn_hook)
-        attnums = MacProcessDeleteMacColumn_hook(RelationGetRelid(rel), attnums);
+    if (cb != NULL)
+        attnums = cb->columns(cb->arg, attnums);
     return attnums;
 }
 
@@ -87,12 +80,12 @@ column_name(Relation rel, AttrNumber attnum)
  * --------------------------------------------------------------------- */
 
 /*
- * One output column: the column as the hook prints it, under its own name.
+ * One output column: the column as the callbacks print it, under its own name.
  * It is placed at the table's name in the COPY's text, a named column and
  * not a star (whose columns a hidden policy column leaves).
  */
 ResTarget *
-output_column(Relation rel, AttrNumber attnum, int location)
+output_column(Relation rel, AttrNumber attnum, int location, const HostCopyCallbacks *cb)
 {
     ColumnRef  *column = makeNode(ColumnRef);
     ResTarget  *target = makeNode(ResTarget);
@@ -101,15 +94,15 @@ output_column(Relation rel, AttrNumber attnum, int location)
     column->fields = list_make1(makeString(target->name));
     column->location = location;
     target->val = (Node *) column;
-    if (MacProcessCheckTupleForCopyTo_hook)
-        target->val = MacProcessCheckTupleForCopyTo_hook(RelationGetRelid(rel), attnum, target->val);
+    if (cb != NULL)
+        target->val = cb->output(cb->arg, attnum, target->val);
     target->location = -1;
     return target;
 }
 
 /* SELECT <columns> FROM ONLY <schema>.<table>: COPY TO reads no child tables. */
 SelectStmt *
-copy_to_query(Relation rel, List *attnums, int location)
+copy_to_query(Relation rel, List *attnums, int location, const HostCopyCallbacks *cb)
 {
     SelectStmt *select = makeNode(SelectStmt);
     RangeVar   *from = makeRangeVar(get_namespace_name(RelationGetNamespace(rel)),
@@ -119,22 +112,22 @@ copy_to_query(Relation rel, List *attnums, int location)
     from->inh = false;
     foreach(lc, attnums)
         select->targetList = lappend(select->targetList,
-                                     output_column(rel, (AttrNumber) lfirst_int(lc), location));
+                                     output_column(rel, (AttrNumber) lfirst_int(lc), location, cb));
     select->fromClause = list_make1(from);
     return select;
 }
 
 void
 copy_to(ParseState *pstate, const CopyStmt *stmt, int stmt_location, int stmt_len,
-        uint64 *processed)
+        uint64 *processed, const HostCopyCallbacks *cb)
 {
     Relation    rel = table_openrv(stmt->relation, AccessShareLock);
     CopyStmt    query_copy = *stmt;
 
     query_copy.relation = NULL;
     query_copy.attlist = NIL;
-    query_copy.query = (Node *) copy_to_query(rel, copy_attnums(rel, stmt),
-                                               stmt->relation->location);
+    query_copy.query = (Node *) copy_to_query(rel, copy_attnums(rel, stmt, cb),
+                                               stmt->relation->location, cb);
     /* The lock stays until the query opens the table again. */
     table_close(rel, NoLock);
     DoCopy(pstate, &query_copy, stmt_location, stmt_len, processed);
@@ -259,9 +252,10 @@ csv_forced_field(CopyFromState cstate, int m, char *field)
     return field;
 }
 
-/* Converts one field of column `att`: the hook first, then the column's input function. */
+/* Converts one field of column `att`: the callbacks first, else the column's input function. */
 void
-convert_field(CopyFromState cstate, Form_pg_attribute att, char *field, TupleTableSlot *slot)
+convert_field(CopyFromState cstate, Form_pg_attribute att, char *field, TupleTableSlot *slot,
+              const HostCopyCallbacks *cb)
 {
     int         m = att->attnum - 1;
 
@@ -269,10 +263,9 @@ convert_field(CopyFromState cstate, Form_pg_attribute att, char *field, TupleTab
         field = csv_forced_field(cstate, m, field);
     cstate->cur_attname = NameStr(att->attname);
     cstate->cur_attval = field;
-    if (MacProcessForNextCopyFrom_hook)
-        MacProcessForNextCopyFrom_hook(RelationGetRelid(cstate->rel), att->attnum, &field);
-    slot->tts_values[m] = InputFunctionCall(&cstate->in_functions[m], field,
-                                            cstate->typioparams[m], att->atttypmod);
+    if (cb == NULL || !cb->field(cb->arg, att->attnum, field, &slot->tts_values[m]))
+        slot->tts_values[m] = InputFunctionCall(&cstate->in_functions[m], field,
+                                                cstate->typioparams[m], att->atttypmod);
     slot->tts_isnull[m] = (field == NULL);
     cstate->cur_attname = NULL;
     cstate->cur_attval = NULL;
@@ -283,7 +276,8 @@ convert_field(CopyFromState cstate, Form_pg_attribute att, char *field, TupleTab
  * read; false at the end of the input.  Runs in the per-row context.
  */
 bool
-read_row(CopyFromState cstate, ExprContext *econtext, TupleTableSlot *slot)
+read_row(CopyFromState cstate, ExprContext *econtext, TupleTableSlot *slot,
+         const HostCopyCallbacks *cb)
 {
     TupleDesc   tupdesc = RelationGetDescr(cstate->rel);
     int         expected = list_length(cstate->attnumlist);
@@ -295,8 +289,8 @@ read_row(CopyFromState cstate, ExprContext *econtext, TupleTableSlot *slot)
     ExecClearTuple(slot);
     if (!NextCopyFromRawFields(cstate, &fields, &nfields))
         return false;
-    if (MacProcessIgnoreMacField_hook)
-        MacProcessIgnoreMacField_hook((int16) expected, &nfields);
+    if (cb != NULL)
+        cb->fields_read(cb->arg, expected, &nfields);
     if (nfields > expected)
         ereport(ERROR,
                 (errcode(ERRCODE_BAD_COPY_FILE_FORMAT),
@@ -312,7 +306,7 @@ read_row(CopyFromState cstate, ExprContext *econtext, TupleTableSlot *slot)
             ereport(ERROR,
                     (errcode(ERRCODE_BAD_COPY_FILE_FORMAT),
                      errmsg("missing data for column \"%s\"", NameStr(att->attname))));
-        convert_field(cstate, att, fields[fieldno++], slot);
+        convert_field(cstate, att, fields[fieldno++], slot, cb);
     }
     for (int i = 0; i < cstate->num_defaults; i++)
         slot->tts_values[cstate->defmap[i]] =
@@ -493,12 +487,11 @@ store_row(CopyInsert *ins, TupleTableSlot *slot)
  * counts go to pg_stat_progress_copy as the server's COPY reports them.
  */
 uint64
-copy_rows(CopyFromState cstate)
+copy_rows(CopyFromState cstate, const HostCopyCallbacks *cb)
 {
     CopyInsert *ins = (CopyInsert *) palloc(sizeof(CopyInsert));
     ErrorContextCallback errcallback;
     MemoryContext caller = CurrentMemoryContext;
-    Oid         relid = RelationGetRelid(cstate->rel);
     ExprContext *econtext;
     uint64      processed = 0;
     uint64      excluded = 0;
@@ -517,7 +510,7 @@ copy_rows(CopyFromState cstate)
         CHECK_FOR_INTERRUPTS();
         ResetPerTupleExprContext(ins->estate);
         MemoryContextSwitchTo(GetPerTupleMemoryContext(ins->estate));
-        if (!read_row(cstate, econtext, slot))
+        if (!read_row(cstate, econtext, slot, cb))
             break;
         econtext->ecxt_scantuple = slot;
         if (ins->where != NULL && !ExecQual(ins->where, econtext))
@@ -525,8 +518,8 @@ copy_rows(CopyFromState cstate)
             pgstat_progress_update_param(PROGRESS_COPY_TUPLES_EXCLUDED, ++excluded);
             continue;
         }
-        if (MacProcessForCopyFrom_hook)
-            MacProcessForCopyFrom_hook(relid, slot->tts_values, slot->tts_isnull);
+        if (cb != NULL)
+            cb->row(cb->arg, slot->tts_values, slot->tts_isnull);
         MemoryContextSwitchTo(caller);
         if (!prepare_row(ins, slot))
             continue;
@@ -543,7 +536,7 @@ copy_rows(CopyFromState cstate)
 }
 
 void
-copy_from(ParseState *pstate, const CopyStmt *stmt, uint64 *processed)
+copy_from(ParseState *pstate, const CopyStmt *stmt, uint64 *processed, const HostCopyCallbacks *cb)
 {
     Relation    rel;
     ParseNamespaceItem *nsitem;
@@ -556,14 +549,14 @@ copy_from(ParseState *pstate, const CopyStmt *stmt, uint64 *processed)
     nsitem = addRangeTableEntryForRelation(pstate, rel, RowExclusiveLock, NULL, false, false);
     if (stmt->whereClause)
         where = copy_where_clause(pstate, rel, nsitem, stmt->whereClause);
-    attnums = copy_attnums(rel, stmt);
+    attnums = copy_attnums(rel, stmt, cb);
     check_insert_permissions(pstate, rel, nsitem->p_rte, attnums);
     if (XactReadOnly && !rel->rd_islocaltemp)
         PreventCommandIfReadOnly("COPY FROM");
 
     cstate = BeginCopyFrom(pstate, rel, where, stmt->filename, stmt->is_program, NULL,
                            column_names(rel, attnums), stmt->options);
-    *processed = copy_rows(cstate);
+    *processed = copy_rows(cstate, cb);
     EndCopyFrom(cstate);
     table_close(rel, NoLock);
 }
@@ -572,11 +565,11 @@ copy_from(ParseState *pstate, const CopyStmt *stmt, uint64 *processed)
 
 void
 host_do_copy(ParseState *pstate, const CopyStmt *stmt, int stmt_location, int stmt_len,
-             uint64 *processed)
+             uint64 *processed, const HostCopyCallbacks *callbacks)
 {
     refuse_unsupported_options(pstate, stmt);
     if (stmt->is_from)
-        copy_from(pstate, stmt, processed);
+        copy_from(pstate, stmt, processed, callbacks);
     else
-        copy_to(pstate, stmt, stmt_location, stmt_len, processed);
+        copy_to(pstate, stmt, stmt_location, stmt_len, processed, callbacks);
 }

@@ -24,6 +24,9 @@
  *   MacRelationWritten_hook           ExecutorCheckPerms_hook for every table
  *                                     a statement may write (INSERT, UPDATE,
  *                                     DELETE, MERGE, COPY FROM)
+ *   MacProcessUtility_hook            ProcessUtility_hook: every utility
+ *                                     statement, before anything else
+ *   MacSessionDiscarded_hook          ProcessUtility_hook, after DISCARD ALL
  *   MacCheckAlterTable_hook           ProcessUtility_hook: each subcommand of
  *   MacCheckRenameColumn_hook         ALTER TABLE, and RENAME COLUMN, unless
  *                                     MacNeedCheckPermisition_hook says no
@@ -59,7 +62,8 @@ SyncMacSession_hook_type SyncMacSession_hook = NULL;
 MAC_Rewrite_hook_type MAC_Rewrite_hook = NULL;
 MacForeignKeyAction_hook_type MacForeignKeyAction_hook = NULL;
 MacFunctionNotInlinable_hook_type MacFunctionNotInlinable_hook = NULL;
-MacHiddenPolicyColumn_hook_type MacHiddenPolicyColumn_hook = NULL;
+MacProcessUtility_hook_type MacProcessUtility_hook = NULL;
+MacSessionDiscarded_hook_type MacSessionDiscarded_hook = NULL;
 MacCheckAlterTable_hook_type MacCheckAlterTable_hook = NULL;
 MacCheckRenameColumn_hook_type MacCheckRenameColumn_hook = NULL;
 ObjMediation_hook_type ObjMediation_hook = NULL;
@@ -199,7 +203,7 @@ host_executor_start(QueryDesc *queryDesc, int eflags)
      * ANALYZE executes nothing and needs no refresh.
      */
     if (SyncMacSession_hook && !(eflags & EXEC_FLAG_EXPLAIN_ONLY))
-        SyncMacSession_hook(false);
+        SyncMacSession_hook();
 
     if (prev_executor_start)
         prev_executor_start(queryDesc, eflags);
@@ -316,20 +320,6 @@ host_check_alteration(Node *stmt)
     }
 }
 
-static void
-host_call_next_utility(PlannedStmt *pstmt, const char *queryString,
-                       bool readOnlyTree, ProcessUtilityContext context,
-                       ParamListInfo params, QueryEnvironment *queryEnv,
-                       DestReceiver *dest, QueryCompletion *qc)
-{
-    if (prev_process_utility)
-        prev_process_utility(pstmt, queryString, readOnlyTree, context,
-                             params, queryEnv, dest, qc);
-    else
-        standard_ProcessUtility(pstmt, queryString, readOnlyTree, context,
-                                params, queryEnv, dest, qc);
-}
-
 /*
  * Stock COPY FROM refuses a table under row-level security, and the guards
  * of a protected table are row-level security.  Such a COPY that the
@@ -358,11 +348,40 @@ host_copy_into_guarded_table(PlannedStmt *pstmt, const char *queryString,
     pstate = make_parsestate(NULL);
     pstate->p_sourcetext = queryString;
     pstate->p_queryEnv = queryEnv;
-    host_do_copy(pstate, stmt, pstmt->stmt_location, pstmt->stmt_len, &processed);
+    host_do_copy(pstate, stmt, pstmt->stmt_location, pstmt->stmt_len, &processed, NULL);
     free_parsestate(pstate);
     if (qc != NULL)
         SetQueryCompletion(qc, CMDTAG_COPY, processed);
     return true;
+}
+
+/* Runs the statement, telling the module while an extension script runs, failure included. */
+static void
+host_run_utility(PlannedStmt *pstmt, const char *queryString,
+                 bool readOnlyTree, ProcessUtilityContext context,
+                 ParamListInfo params, QueryEnvironment *queryEnv,
+                 DestReceiver *dest, QueryCompletion *qc)
+{
+    const char *extname = extension_being_installed(pstmt->utilityStmt);
+    bool        tell = extname != NULL && MacCreateExtensionProcess_hook != NULL;
+
+    if (tell)
+        MacCreateExtensionProcess_hook(extname, true);
+    PG_TRY();
+    {
+        if (prev_process_utility)
+            prev_process_utility(pstmt, queryString, readOnlyTree, context,
+                                 params, queryEnv, dest, qc);
+        else
+            standard_ProcessUtility(pstmt, queryString, readOnlyTree, context,
+                                    params, queryEnv, dest, qc);
+    }
+    PG_FINALLY();
+    {
+        if (tell && MacCreateExtensionProcess_hook)
+            MacCreateExtensionProcess_hook(extname, false);
+    }
+    PG_END_TRY();
 }
 
 static void
@@ -371,34 +390,20 @@ host_process_utility(PlannedStmt *pstmt, const char *queryString,
                      ParamListInfo params, QueryEnvironment *queryEnv,
                      DestReceiver *dest, QueryCompletion *qc)
 {
-    const char *extname = extension_being_installed(pstmt->utilityStmt);
+    Node       *stmt = pstmt->utilityStmt;
 
+    if (MacProcessUtility_hook && MacProcessUtility_hook(pstmt, queryString, queryEnv, qc))
+        return;
     /* CALL looks the procedure up, and mediates it, without an executor. */
-    if (IsA(pstmt->utilityStmt, CallStmt) && SyncMacSession_hook)
-        SyncMacSession_hook(false);
-    host_check_alteration(pstmt->utilityStmt);
+    if (IsA(stmt, CallStmt) && SyncMacSession_hook)
+        SyncMacSession_hook();
+    host_check_alteration(stmt);
     if (host_copy_into_guarded_table(pstmt, queryString, queryEnv, qc))
         return;
-    if (extname == NULL || MacCreateExtensionProcess_hook == NULL)
-    {
-        host_call_next_utility(pstmt, queryString, readOnlyTree, context,
-                               params, queryEnv, dest, qc);
-        return;
-    }
-
-    /* Tell the module while an extension script runs, failure included. */
-    MacCreateExtensionProcess_hook(extname, true);
-    PG_TRY();
-    {
-        host_call_next_utility(pstmt, queryString, readOnlyTree, context,
-                               params, queryEnv, dest, qc);
-    }
-    PG_FINALLY();
-    {
-        if (MacCreateExtensionProcess_hook)
-            MacCreateExtensionProcess_hook(extname, false);
-    }
-    PG_END_TRY();
+    host_run_utility(pstmt, queryString, readOnlyTree, context, params, queryEnv, dest, qc);
+    if (IsA(stmt, DiscardStmt) && ((DiscardStmt *) stmt)->target == DISCARD_ALL &&
+        MacSessionDiscarded_hook)
+        MacSessionDiscarded_hook();
 }
 
 /* ---------------------------------------------------------------------

@@ -32,7 +32,7 @@ typedef void (*MacCreateExtensionProcess_hook_type)(const char *extname,
                                                     bool starting);
 
 /* Brings the session's label state up to date with the catalogs. */
-typedef void (*SyncMacSession_hook_type)(bool release_snapshots);
+typedef void (*SyncMacSession_hook_type)(void);
 
 /* Rewrites a query tree (after PostgreSQL's rewriter) before it is planned. */
 typedef Query *(*MAC_Rewrite_hook_type)(Query *query);
@@ -46,6 +46,16 @@ typedef bool (*MacFunctionNotInlinable_hook_type)(HeapTuple proctup);
 /* 1 when a star-expanded column reference names a hidden policy column. */
 typedef int (*MacHiddenPolicyColumn_hook_type)(ParseState *pstate, RangeTblEntry *rte,
                                                Var *var);
+
+/*
+ * A utility statement about to run: may refuse it, or run it itself and
+ * answer true (with the completion tag filled), and it then goes no further.
+ */
+typedef bool (*MacProcessUtility_hook_type)(PlannedStmt *pstmt, const char *queryString,
+                                            QueryEnvironment *queryEnv, QueryCompletion *qc);
+
+/* Told when DISCARD ALL has reset the session. */
+typedef void (*MacSessionDiscarded_hook_type)(void);
 
 /* Raise an error to refuse one ALTER TABLE subcommand, or a column rename. */
 typedef void (*MacCheckAlterTable_hook_type)(Relation rel, AlterTableCmd *cmd);
@@ -77,6 +87,8 @@ extern PGDLLEXPORT MAC_Rewrite_hook_type MAC_Rewrite_hook;
 extern PGDLLEXPORT MacForeignKeyAction_hook_type MacForeignKeyAction_hook;
 extern PGDLLEXPORT MacFunctionNotInlinable_hook_type MacFunctionNotInlinable_hook;
 extern PGDLLEXPORT MacHiddenPolicyColumn_hook_type MacHiddenPolicyColumn_hook;
+extern PGDLLEXPORT MacProcessUtility_hook_type MacProcessUtility_hook;
+extern PGDLLEXPORT MacSessionDiscarded_hook_type MacSessionDiscarded_hook;
 extern PGDLLEXPORT MacCheckAlterTable_hook_type MacCheckAlterTable_hook;
 extern PGDLLEXPORT MacCheckRenameColumn_hook_type MacCheckRenameColumn_hook;
 extern PGDLLEXPORT ObjMediation_hook_type ObjMediation_hook;
@@ -87,30 +99,30 @@ extern PGDLLEXPORT MacInheritanceLink_hook_type MacInheritanceLink_hook;
 
 /*
  * COPY of a table under a policy.  Stock COPY has no hook points, so the
- * layer runs such a COPY itself (host_do_copy, host/copy.cpp) and calls
- * these while the module has them filled.
+ * module hands such a COPY to the layer (host_do_copy, host/copy.cpp) with
+ * these callbacks, each given `arg`; all five are filled.
  */
-/* COPY FROM: a field read for column `attnum`; may point *field at other text. */
-typedef void (*MacProcessForNextCopyFrom_hook_type)(Oid relid, AttrNumber attnum, char **field);
-/* COPY FROM: a row about to be inserted, by attribute; may change its values. */
-typedef void (*MacProcessForCopyFrom_hook_type)(Oid relid, Datum *values, bool *nulls);
-/* COPY FROM and TO: the COPY's list of attribute numbers, with some deleted. */
-typedef List *(*MacProcessDeleteMacColumn_hook_type)(Oid relid, List *attnums);
-/* COPY TO: the expression (a raw parse tree) printed for column `attnum`. */
-typedef Node *(*MacProcessCheckTupleForCopyTo_hook_type)(Oid relid, AttrNumber attnum,
-                                                          Node *column);
-/* COPY FROM: may lower the number of fields read on a line to the number expected. */
-typedef void (*MacProcessIgnoreMacField_hook_type)(int16 expected, int *fields);
+typedef struct HostCopyCallbacks
+{
+    void       *arg;
+    /* COPY FROM and TO: the COPY's list of attribute numbers, with some deleted. */
+    List       *(*columns) (void *arg, List *attnums);
+    /* COPY TO: the expression (a raw parse tree) printed for column `attnum`. */
+    Node       *(*output) (void *arg, AttrNumber attnum, Node *column);
+    /* COPY FROM: may lower the number of fields read on a line to the number expected. */
+    void        (*fields_read) (void *arg, int expected, int *fields);
+    /*
+     * COPY FROM: a field read for column `attnum`.  True when it set *value
+     * itself; false leaves the field to the column's input function.
+     */
+    bool        (*field) (void *arg, AttrNumber attnum, char *field, Datum *value);
+    /* COPY FROM: a row about to be inserted, by attribute; may change its values. */
+    void        (*row) (void *arg, Datum *values, bool *nulls);
+} HostCopyCallbacks;
 
-extern PGDLLEXPORT MacProcessForNextCopyFrom_hook_type MacProcessForNextCopyFrom_hook;
-extern PGDLLEXPORT MacProcessForCopyFrom_hook_type MacProcessForCopyFrom_hook;
-extern PGDLLEXPORT MacProcessDeleteMacColumn_hook_type MacProcessDeleteMacColumn_hook;
-extern PGDLLEXPORT MacProcessCheckTupleForCopyTo_hook_type MacProcessCheckTupleForCopyTo_hook;
-extern PGDLLEXPORT MacProcessIgnoreMacField_hook_type MacProcessIgnoreMacField_hook;
-
-/* Runs a COPY of a table, as DoCopy does, calling the COPY hooks above. */
+/* Runs a COPY of a table, as DoCopy does, calling the callbacks (when given). */
 void host_do_copy(ParseState *pstate, const CopyStmt *stmt, int stmt_location,
-                  int stmt_len, uint64 *processed);
+                  int stmt_len, uint64 *processed, const HostCopyCallbacks *callbacks);
 
 /*
  * Row-level security guards of protected tables (guard.cpp), which keep

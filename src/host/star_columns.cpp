@@ -27,6 +27,10 @@
  */
 #include "host/host.h"
 
+extern "C" {
+MacHiddenPolicyColumn_hook_type MacHiddenPolicyColumn_hook = NULL;
+}
+
 /* One query level being trimmed, linked to the level that contains it. */
 struct HideLevel
 {

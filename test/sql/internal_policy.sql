@@ -52,30 +52,29 @@ SELECT rel, lavrel_test.is_policy_protected_rel(rel)
   FROM unnest('{regress_t1,regress_t2,regress_t3}'::regclass[]) AS rel;
 
 -- ---------------------------------------------------------------------
--- The policies of a table with the attribute numbers of their columns, in
--- the order of the enforcement rows.  A disabled policy is left out unless
--- asked for; several tables append to the same lists.
+-- The record of a table: its policies in the order of the enforcement
+-- rows, whether each is enabled, whether it hides its column, and the
+-- column's number.  A disabled policy stays in it.
 -- ---------------------------------------------------------------------
 SELECT lavrel.disable_policy('p2');
-SELECT * FROM lavrel_test.extract_rel_policies(false, 'regress_t1');
-SELECT * FROM lavrel_test.extract_rel_policies(true, 'regress_t1');
-SELECT * FROM lavrel_test.extract_rel_policies(false, 'regress_t2');
-SELECT * FROM lavrel_test.extract_rel_policies(true, 'regress_t1', 'regress_t3', 'regress_t2');
--- Only ordinary tables have policies to extract: a view with an
--- enforcement row (written directly) has none.
+SELECT * FROM lavrel_test.protected_table('regress_t1');
+SELECT * FROM lavrel_test.protected_table('regress_t1', 'regress_t3', 'regress_t2');
+-- The record follows the catalogs: a view with an enforcement row
+-- (written directly) is protected, with no policy column.
 INSERT INTO lavrel.lavrel_policy_enforcement VALUES (3, 'regress_v'::regclass);
 SELECT lavrel_test.get_policyids_on_rel('regress_v') AS enforced,
        lavrel_test.is_policy_protected_rel('regress_v') AS protected;
-SELECT * FROM lavrel_test.extract_rel_policies(true, 'regress_v');
+SELECT * FROM lavrel_test.protected_table('regress_v');
 DELETE FROM lavrel.lavrel_policy_enforcement WHERE relation_oid = 'regress_v'::regclass;
--- Each policy is locked only while it is read, whereas a level created in
--- the same transaction keeps its policy locked until the end.
+SELECT * FROM lavrel_test.protected_table('regress_v');
+-- Reading the record locks no policy, whereas a level created in the same
+-- transaction keeps its policy locked until the end.
 CREATE VIEW policy_locks AS
 SELECT objid AS policy, mode FROM pg_locks
  WHERE locktype = 'object' AND classid = 'lavrel.lavrel_policy'::regclass
    AND pid = pg_backend_pid();
 BEGIN;
-SELECT count(*) AS extracted FROM lavrel_test.extract_rel_policies(true, 'regress_t1');
+SELECT count(*) AS policies FROM lavrel_test.protected_table('regress_t1');
 SELECT * FROM policy_locks;
 SELECT lavrel.create_level('p1', 'low', 10);
 SELECT * FROM policy_locks;

@@ -145,13 +145,11 @@ RETURNS boolean AS 'MODULE_PATHNAME', 'TestCreateExtensionProcess' LANGUAGE C;
 CREATE FUNCTION lavrel_test.creating_lavrel_extension()
 RETURNS boolean AS 'MODULE_PATHNAME', 'TestCreatingLavrelExtension' LANGUAGE C;
 
--- Each hook lavrel fills, and the utility hook it saved at load, before and
--- after the module's unload entry point: null, the lavrel function of that
--- hook, "the utility hook saved at load" or "another function".  Every hook
--- is put back afterwards.
-CREATE FUNCTION lavrel_test.pg_fini()
-RETURNS TABLE(hook text, before text, after text)
-AS 'MODULE_PATHNAME', 'TestPgFini' LANGUAGE C;
+-- Each hook lavrel fills at load, and what it holds now: null, the lavrel
+-- function of that hook, or "another function".
+CREATE FUNCTION lavrel_test.hooks()
+RETURNS TABLE(hook text, holds text)
+AS 'MODULE_PATHNAME', 'TestHooks' LANGUAGE C;
 
 -- Applies the configuration files to this backend now and returns the
 -- value of lavrel.enable_mac they gave it.
@@ -171,13 +169,11 @@ RETURNS void AS 'MODULE_PATHNAME', 'TestPolicyColPermCheck' LANGUAGE C STRICT;
 CREATE FUNCTION lavrel_test.is_policy_protected_rel(rel regclass)
 RETURNS boolean AS 'MODULE_PATHNAME', 'TestIsPolicyProtectedRel' LANGUAGE C STRICT;
 
--- The policies of every relation given, extracted onto the same two lists
--- (one call per relation): the pairs of policy and policy column, in list
--- order.
-CREATE FUNCTION lavrel_test.extract_rel_policies(include_disabled boolean,
-                                                 VARIADIC rels regclass[])
-RETURNS TABLE(policy oid, attnum integer)
-AS 'MODULE_PATHNAME', 'TestExtractRelPolicies' LANGUAGE C STRICT;
+-- The cached record of every relation given: its policies, in catalog
+-- order, whether each is enabled, hides its column, and the column's number.
+CREATE FUNCTION lavrel_test.protected_table(VARIADIC rels regclass[])
+RETURNS TABLE(rel regclass, policy oid, enabled boolean, hidden boolean, attnum integer)
+AS 'MODULE_PATHNAME', 'TestProtectedTable' LANGUAGE C STRICT;
 
 CREATE FUNCTION lavrel_test.remove_policy_by_id(policy oid)
 RETURNS void AS 'MODULE_PATHNAME', 'TestRemovePolicyById' LANGUAGE C STRICT;

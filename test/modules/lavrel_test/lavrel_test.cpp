@@ -11,7 +11,7 @@
  * int2) and an int2[] of compartment ids, a null array being the empty
  * set, and comes back as text such as "3{1,2}".
  */
-#include "lavrel.h"
+#include "lavrel_testing.h"
 
 extern "C" {
 #include "utils/array.h"
@@ -267,17 +267,10 @@ any_function(Fn fn)
     return reinterpret_cast<AnyFunction>(fn);
 }
 
-template <typename Hook>
-void
-set_hook(Hook *slot, AnyFunction value)
-{
-    *slot = reinterpret_cast<Hook>(value);
-}
-
 /*
  * Calls visit(hook name, address of the hook, the lavrel function that
  * lavrel's load entry point puts there, that function's name) for every
- * hook lavrel fills, and for the utility hook it saved at load.
+ * hook lavrel fills.
  */
 template <typename Visit>
 void
@@ -290,10 +283,14 @@ for_each_hook(Visit visit)
           &MacFunctionNotInlinable, "MacFunctionNotInlinable");
     visit("MacHiddenPolicyColumn_hook", &MacHiddenPolicyColumn_hook,
           &MacHiddenPolicyColumn, "MacHiddenPolicyColumn");
-    visit("ProcessUtility_hook", &ProcessUtility_hook,
+    visit("MacProcessUtility_hook", &MacProcessUtility_hook,
           &policy_process_utility_hook, "policy_process_utility_hook");
-    visit("policy_process_utility_hook_next", &policy_process_utility_hook_next,
-          (ProcessUtility_hook_type) NULL, "");
+    visit("MacSessionDiscarded_hook", &MacSessionDiscarded_hook,
+          &MacSessionDiscarded, "MacSessionDiscarded");
+    visit("MacForeignKeyAction_hook", &MacForeignKeyAction_hook,
+          &MacRewriteForeignKeyAction, "MacRewriteForeignKeyAction");
+    visit("MacRelationWritten_hook", &MacRelationWritten_hook,
+          &MacRelationWritten, "MacRelationWritten");
     visit("MacCreateExtensionProcess_hook", &MacCreateExtensionProcess_hook,
           &MacCreateExtensionProcess, "MacCreateExtensionProcess");
     visit("MacCheckAlterTable_hook", &MacCheckAlterTable_hook,
@@ -309,29 +306,14 @@ for_each_hook(Visit visit)
     visit("SyncMacSession_hook", &SyncMacSession_hook, &SyncMacSession, "SyncMacSession");
 }
 
-/* One hook around a call of lavrel's unload entry point. */
-struct HookChange
-{
-    const char *hook;
-    AnyFunction lavrel_fn;
-    const char *lavrel_fn_name;
-    AnyFunction before;
-    AnyFunction after;
-};
-
-/*
- * What a hook value is: nothing, the lavrel function of that hook, the
- * utility hook lavrel had saved at load, or another function.
- */
+/* What a hook holds: nothing, the lavrel function of that hook, or another function. */
 Datum
-hook_target(AnyFunction value, const HookChange &change, AnyFunction saved_utility_hook)
+hook_target(AnyFunction value, AnyFunction lavrel_fn, const char *lavrel_fn_name)
 {
     if (value == NULL)
         return CStringGetTextDatum("null");
-    if (value == change.lavrel_fn)
-        return CStringGetTextDatum(change.lavrel_fn_name);
-    if (value == saved_utility_hook)
-        return CStringGetTextDatum("the utility hook saved at load");
+    if (value == lavrel_fn)
+        return CStringGetTextDatum(lavrel_fn_name);
     return CStringGetTextDatum("another function");
 }
 
@@ -606,44 +588,18 @@ MAC_SQL_FUNCTION(TestCreatingLavrelExtension)
     PG_RETURN_BOOL(MacCreateLavrelExtension);
 }
 
-/*
- * Runs the module's unload entry point and reports each hook before and
- * after it; then puts every hook back, so that this backend goes on
- * working as before.
- */
-MAC_SQL_FUNCTION(TestPgFini)
+/* Every hook lavrel fills at load, and what it holds now. */
+MAC_SQL_FUNCTION(TestHooks)
 {
-    AnyFunction saved_utility_hook = any_function(policy_process_utility_hook_next);
-    int         count = 0;
-    int         n = 0;
-
-    for_each_hook([&](const char *, auto *, auto, const char *) { count++; });
-
-    HookChange *changes = (HookChange *) palloc(count * sizeof(HookChange));
-
-    for_each_hook([&](const char *hook, auto *slot, auto lavrel_fn, const char *lavrel_fn_name) {
-        changes[n++] = {hook, any_function(lavrel_fn), lavrel_fn_name, any_function(*slot), NULL};
-    });
-
-    _PG_fini();
-
-    n = 0;
-    for_each_hook([&](const char *, auto *slot, auto, const char *) {
-        changes[n].after = any_function(*slot);
-        set_hook(slot, changes[n++].before);
-    });
-
     InitMaterializedSRF(fcinfo, 0);
-    for (int i = 0; i < count; i++)
-    {
-        const HookChange &change = changes[i];
-        Datum       values[3] = {CStringGetTextDatum(change.hook),
-                                 hook_target(change.before, change, saved_utility_hook),
-                                 hook_target(change.after, change, saved_utility_hook)};
-        bool        nulls[3] = {false, false, false};
+    for_each_hook([&](const char *hook, auto *slot, auto lavrel_fn, const char *lavrel_fn_name) {
+        Datum       values[2] = {CStringGetTextDatum(hook),
+                                 hook_target(any_function(*slot), any_function(lavrel_fn),
+                                             lavrel_fn_name)};
+        bool        nulls[2] = {false, false};
 
         put_row(fcinfo, values, nulls);
-    }
+    });
     return (Datum) 0;
 }
 
@@ -675,36 +631,34 @@ MAC_SQL_FUNCTION(TestPolicyColPermCheck)
 
 MAC_SQL_FUNCTION(TestIsPolicyProtectedRel)
 {
-    PG_RETURN_BOOL(MAC_IsPolicyProtectedRel(PG_GETARG_OID(0)));
+    PG_RETURN_BOOL(mac_table_is_protected(PG_GETARG_OID(0)));
 }
 
-/*
- * Extracts the policies of every relation given onto the same two lists,
- * one call per relation, and returns the pairs in list order.
- */
-MAC_SQL_FUNCTION(TestExtractRelPolicies)
+/* The record of every relation given: one row per policy, in record order. */
+MAC_SQL_FUNCTION(TestProtectedTable)
 {
-    ArrayType  *rels = PG_GETARG_ARRAYTYPE_P(1);
+    ArrayType  *rels = PG_GETARG_ARRAYTYPE_P(0);
     Datum      *elems;
     bool       *elem_nulls;
     int         count;
-    List       *policy_ids = NIL;
-    List       *attnos = NIL;
 
     deconstruct_array(rels, ARR_ELEMTYPE(rels), sizeof(Oid), true, TYPALIGN_INT,
                       &elems, &elem_nulls, &count);
-    for (int i = 0; i < count; i++)
-        ExtractRelPolicies(DatumGetObjectId(elems[i]), &policy_ids, &attnos,
-                           PG_GETARG_BOOL(0));
-
     InitMaterializedSRF(fcinfo, 0);
-    for (int i = 0; i < list_length(policy_ids); i++)
+    for (int i = 0; i < count; i++)
     {
-        Datum       values[2] = {ObjectIdGetDatum(list_nth_oid(policy_ids, i)),
-                                 Int32GetDatum(list_nth_int(attnos, i))};
-        bool        nulls[2] = {false, false};
+        const MacProtectedTable *table = mac_protected_table(DatumGetObjectId(elems[i]));
 
-        put_row(fcinfo, values, nulls);
+        for (int k = 0; k < table->npolicies; k++)
+        {
+            const MacTablePolicy *policy = &table->policies[k];
+            Datum       values[5] = {elems[i], ObjectIdGetDatum(policy->policy_id),
+                                     BoolGetDatum(policy->enabled), BoolGetDatum(policy->hidden),
+                                     Int32GetDatum(policy->attnum)};
+            bool        nulls[5] = {false, false, false, false, false};
+
+            put_row(fcinfo, values, nulls);
+        }
     }
     return (Datum) 0;
 }
