@@ -176,7 +176,7 @@ _PG_init(void)
     MacCreateExtensionProcess_hook = MacCreateExtensionProcess;
     SyncMacSession_hook = SyncMacSession;
     MAC_Rewrite_hook = MAC_Rewrite;
-    MacForeignKeyAction_hook = MacRewriteForeignKeyAction;
+    MacForeignKeyAction_hook = MacForeignKeyAction;
     MacFunctionNotInlinable_hook = MacFunctionNotInlinable;
     MacHiddenPolicyColumn_hook = MacHiddenPolicyColumn;
     MacProcessUtility_hook = policy_process_utility_hook;

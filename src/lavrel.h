@@ -34,7 +34,8 @@
  * Names: those of the SQL interface and of the long-standing internal API
  * (MAC_isenable, get_policy_name, ...) are kept as they are; a function
  * that fills a host hook is named after it (MacObjectDrop fills
- * MacObjectDrop_hook); every other internal function is mac_lower_case.
+ * MacObjectDrop_hook); a catalog lookup of policy_syscat.cpp is
+ * get_<what it returns>; every other internal function is mac_lower_case.
  *
  * Everything is declared extern "C": the install script binds SQL functions
  * to these symbols, and the host layer and other modules call them by name.
@@ -506,7 +507,7 @@ MacSessionLabel *mac_SessionLabelHTLookup(Oid policy_id);
  * --------------------------------------------------------------------- */
 
 PGDLLEXPORT Query *MAC_Rewrite(Query *query);
-PGDLLEXPORT Query *MacRewriteForeignKeyAction(Query *query);
+PGDLLEXPORT Query *MacForeignKeyAction(Query *query);
 PGDLLEXPORT bool MacFunctionNotInlinable(HeapTuple proctup);
 
 /* ---------------------------------------------------------------------

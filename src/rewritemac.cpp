@@ -617,7 +617,7 @@ MAC_Rewrite(Query *query)
  * neither skips such a row silently nor changes it.
  */
 Query *
-MacRewriteForeignKeyAction(Query *query)
+MacForeignKeyAction(Query *query)
 {
     if ((query->commandType == CMD_UPDATE || query->commandType == CMD_DELETE) &&
         MAC_isenable())

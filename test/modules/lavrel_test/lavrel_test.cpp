@@ -288,7 +288,7 @@ for_each_hook(Visit visit)
     visit("MacSessionDiscarded_hook", &MacSessionDiscarded_hook,
           &MacSessionDiscarded, "MacSessionDiscarded");
     visit("MacForeignKeyAction_hook", &MacForeignKeyAction_hook,
-          &MacRewriteForeignKeyAction, "MacRewriteForeignKeyAction");
+          &MacForeignKeyAction, "MacForeignKeyAction");
     visit("MacRelationWritten_hook", &MacRelationWritten_hook,
           &MacRelationWritten, "MacRelationWritten");
     visit("MacCreateExtensionProcess_hook", &MacCreateExtensionProcess_hook,
