@@ -104,10 +104,17 @@ MacCheckRenameColumn(Relation rel, const char *colname)
  * --------------------------------------------------------------------- */
 
 /*
- * The oids of every labelled object, so that the far more common
- * unlabelled ones are answered without a catalog scan.  Read again after
- * the catalogs changed.
+ * The labels of every labelled object by its oid, so that the far more
+ * common unlabelled ones are answered with one probe.  Read again after the
+ * catalogs changed.
  */
+struct LabelledObject
+{
+    Oid         object_id;      /* key */
+    List       *labels;         /* its MacObjectLabel rows */
+};
+
+static MemoryContext labelled_context = NULL;
 static HTAB *labelled_objects = NULL;
 static uint64 labelled_objects_version = 0;
 
@@ -115,28 +122,43 @@ static void
 load_labelled_objects(void)
 {
     uint64      version = mac_catalog_version;
-    HASHCTL     ctl;
+    List       *labels = get_object_labels();
+    MemoryContext caller;
     ListCell   *lc;
 
-    if (labelled_objects != NULL)
-        hash_destroy(labelled_objects);
     labelled_objects_version = 0;
-    ctl.keysize = sizeof(Oid);
-    ctl.entrysize = sizeof(Oid);
-    ctl.hcxt = CacheMemoryContext;
-    labelled_objects = hash_create("lavrel labelled objects", 64, &ctl,
-                                   HASH_ELEM | HASH_BLOBS | HASH_CONTEXT);
-    foreach(lc, get_labelled_object_ids())
-        hash_search(labelled_objects, &lfirst_oid(lc), HASH_ENTER, NULL);
+    mac_empty_cache_context(&labelled_context, "lavrel labelled objects");
+    labelled_objects = mac_oid_hash_table("lavrel labelled objects", sizeof(LabelledObject),
+                                          labelled_context);
+    caller = MemoryContextSwitchTo(labelled_context);
+    foreach(lc, labels)
+    {
+        const MacObjectLabel *label = (const MacObjectLabel *) lfirst(lc);
+        bool        found;
+        LabelledObject *object = (LabelledObject *) hash_search(labelled_objects, &label->object_id,
+                                                                HASH_ENTER, &found);
+
+        MacObjectLabel *copy = (MacObjectLabel *) palloc(sizeof(MacObjectLabel));
+
+        *copy = *label;
+        if (!found)
+            object->labels = NIL;
+        object->labels = lappend(object->labels, copy);
+    }
+    MemoryContextSwitchTo(caller);
     labelled_objects_version = version;
 }
 
-static bool
-object_is_labelled(Oid objoid)
+/* The labels of the object; NIL when it has none. */
+static List *
+object_labels(Oid objoid)
 {
+    LabelledObject *object;
+
     if (labelled_objects_version != mac_catalog_version)
         load_labelled_objects();
-    return hash_search(labelled_objects, &objoid, HASH_FIND, NULL) != NULL;
+    object = (LabelledObject *) hash_search(labelled_objects, &objoid, HASH_FIND, NULL);
+    return object != NULL ? object->labels : NIL;
 }
 
 /*
@@ -148,13 +170,14 @@ ObjMediation(const char *kind, Oid namespace_id, Oid objoid)
 {
     ListCell   *lc;
 
-    if (!MAC_isenable() || !IsUnderPostmaster || !object_is_labelled(objoid))
+    if (!MAC_isenable() || !IsUnderPostmaster)
         return;
-    foreach(lc, get_object_labels(namespace_id, objoid))
+    foreach(lc, object_labels(objoid))
     {
         const MacObjectLabel *label = (const MacObjectLabel *) lfirst(lc);
 
-        if (LookupLabelAccessResults(label->policy_id, false, label->label_id) & MAC_MED_READ)
+        if (label->namespace_id != namespace_id ||
+            (LookupLabelAccessResults(label->policy_id, false, label->label_id) & MAC_MED_READ))
             continue;
         if (pg_strcasecmp(kind, "view") == 0)
             elog(ERROR, "unauthorized read access for policy %s", get_policy_name(label->policy_id));

@@ -224,6 +224,14 @@ PGDLLEXPORT char *CheckRelNameArg(bool isnull, Datum value);
 
 PGDLLEXPORT void MacCanProtected(Oid policy_id, Oid relid);
 
+/*
+ * The cache context in *context, created under CacheMemoryContext or
+ * emptied; `name` is a string constant.
+ */
+MemoryContext mac_empty_cache_context(MemoryContext *context, const char *name);
+/* A hash table keyed by an oid (the first field of its entries), in `context`. */
+HTAB *mac_oid_hash_table(const char *name, Size entrysize, MemoryContext context);
+
 PGDLLEXPORT int2vector *bms_to_int2vector(const Bitmapset *set);
 PGDLLEXPORT Bitmapset *int2vector_to_bms(const int2vector *vector);
 
@@ -256,6 +264,8 @@ typedef struct MacPolicyRow
 /* A label of a view, function or procedure (a row of lavrel_obj). */
 typedef struct MacObjectLabel
 {
+    Oid         object_id;
+    Oid         namespace_id;
     Oid         policy_id;
     int32       label_id;
 } MacObjectLabel;
@@ -335,9 +345,8 @@ PGDLLEXPORT uint16 get_user_policy_privilege(Oid policy_id, Oid user_id);
 PGDLLEXPORT List *get_all_user_accesses(Oid user_id);
 PGDLLEXPORT bool get_user_policy_access(Oid policy_id, Oid user_id, UserPolicyAccess *out);
 
-/* lavrel_obj: the oids of every labelled object; the labels (MacObjectLabel) of one. */
-List *get_labelled_object_ids(void);
-List *get_object_labels(Oid namespace_id, Oid objoid);
+/* lavrel_obj: every label of every object (MacObjectLabel). */
+List *get_object_labels(void);
 
 /* Whether any row of a catalog table has `id` in column `attno` (any row at all when either is 0). */
 PGDLLEXPORT bool ObjectIsExistById(Oid relid, AttrNumber attno, Oid id);

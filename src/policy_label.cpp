@@ -251,11 +251,7 @@ refresh_label_caches(void)
 
     if (label_cache_version == mac_catalog_version)
         return;
-    if (label_cache_context == NULL)
-        label_cache_context = AllocSetContextCreate(CacheMemoryContext, "lavrel labels",
-                                                    ALLOCSET_SMALL_SIZES);
-    else
-        MemoryContextReset(label_cache_context);
+    mac_empty_cache_context(&label_cache_context, "lavrel labels");
     ctl.hcxt = label_cache_context;
     ctl.keysize = sizeof(int32);
     ctl.entrysize = sizeof(LabelEntry);

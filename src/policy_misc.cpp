@@ -376,3 +376,28 @@ int2vector_to_bms(const int2vector *vector)
         set = bms_add_member(set, vector->values[i]);
     return set;
 }
+
+/* ---------------------------------------------------------------------
+ * Caches
+ * --------------------------------------------------------------------- */
+
+MemoryContext
+mac_empty_cache_context(MemoryContext *context, const char *name)
+{
+    if (*context == NULL)
+        *context = AllocSetContextCreateInternal(CacheMemoryContext, name, ALLOCSET_SMALL_SIZES);
+    else
+        MemoryContextReset(*context);
+    return *context;
+}
+
+HTAB *
+mac_oid_hash_table(const char *name, Size entrysize, MemoryContext context)
+{
+    HASHCTL     ctl;
+
+    ctl.keysize = sizeof(Oid);
+    ctl.entrysize = entrysize;
+    ctl.hcxt = context;
+    return hash_create(name, 64, &ctl, HASH_ELEM | HASH_BLOBS | HASH_CONTEXT);
+}

@@ -762,35 +762,22 @@ get_user_policy_access(Oid policy_id, Oid user_id, UserPolicyAccess *out)
  * --------------------------------------------------------------------- */
 
 List *
-get_labelled_object_ids(void)
+get_object_labels(void)
 {
-    List       *oids = NIL;
+    List       *labels = NIL;
 
     mac_lookup_all(MacObjRelationId, 0, nullptr,
                    [&](MacCatalogScan *s, HeapTuple t) {
-                       oids = lappend_oid(oids, DatumGetObjectId(mac_scan_getattr(s, t, mac_col::obj_oid, nullptr)));
-                   });
-    return oids;
-}
-
-List *
-get_object_labels(Oid namespace_id, Oid objoid)
-{
-    ScanKeyData keys[2];
-    List       *labels = NIL;
-
-    mac_key_oid(&keys[0], mac_col::obj_namespace, namespace_id);
-    mac_key_oid(&keys[1], mac_col::obj_oid, objoid);
-    mac_lookup_all(MacObjRelationId, 2, keys,
-                   [&](MacCatalogScan *s, HeapTuple t) {
+                       MacObjectLabel *label = (MacObjectLabel *) palloc(sizeof(MacObjectLabel));
                        bool        isnull;
                        Datum       policy = mac_scan_getattr(s, t, mac_col::obj_policy_oid, &isnull);
-                       MacObjectLabel *label = (MacObjectLabel *) palloc(sizeof(MacObjectLabel));
 
                        label->policy_id = isnull ? InvalidOid : DatumGetObjectId(policy);
                        Datum       id = mac_scan_getattr(s, t, mac_col::obj_label_id, &isnull);
 
                        label->label_id = isnull ? 0 : DatumGetInt32(id);
+                       label->object_id = DatumGetObjectId(mac_scan_getattr(s, t, mac_col::obj_oid, nullptr));
+                       label->namespace_id = DatumGetObjectId(mac_scan_getattr(s, t, mac_col::obj_namespace, nullptr));
                        labels = lappend(labels, label);
                    });
     return labels;

@@ -26,21 +26,12 @@ MacProtectedTable *last_record = NULL;
 HTAB *
 record_table(void)
 {
-    HASHCTL     ctl;
-
     if (records_generation == mac_relcache_generation)
         return records;
     last_record = NULL;
-    if (records_context == NULL)
-        records_context = AllocSetContextCreate(CacheMemoryContext, "lavrel protected tables",
-                                                ALLOCSET_SMALL_SIZES);
-    else
-        MemoryContextReset(records_context);
-    ctl.keysize = sizeof(Oid);
-    ctl.entrysize = sizeof(MacProtectedTable);
-    ctl.hcxt = records_context;
-    records = hash_create("lavrel protected tables", 64, &ctl,
-                          HASH_ELEM | HASH_BLOBS | HASH_CONTEXT);
+    mac_empty_cache_context(&records_context, "lavrel protected tables");
+    records = mac_oid_hash_table("lavrel protected tables", sizeof(MacProtectedTable),
+                                 records_context);
     records_generation = mac_relcache_generation;
     return records;
 }

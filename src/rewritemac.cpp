@@ -549,8 +549,6 @@ forget_inline_decisions_rel(Datum arg, Oid relid)
 HTAB *
 inline_decision_table(void)
 {
-    HASHCTL     ctl;
-
     if (inline_decisions == NULL)
     {
         CacheRegisterSyscacheCallback(PROCOID, forget_inline_decisions, (Datum) 0);
@@ -561,11 +559,8 @@ inline_decision_table(void)
     else
         return inline_decisions;
 
-    ctl.keysize = sizeof(Oid);
-    ctl.entrysize = sizeof(InlineDecision);
-    ctl.hcxt = CacheMemoryContext;
-    inline_decisions = hash_create("lavrel inline decisions", 64, &ctl,
-                                   HASH_ELEM | HASH_BLOBS | HASH_CONTEXT);
+    inline_decisions = mac_oid_hash_table("lavrel inline decisions", sizeof(InlineDecision),
+                                          CacheMemoryContext);
     inline_decisions_valid = true;
     return inline_decisions;
 }
