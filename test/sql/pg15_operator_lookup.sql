@@ -4,15 +4,15 @@
 -- his own "<=" (int4, int4), which lets every row through and reports each
 -- call, ahead of pg_catalog gets the same rows and the same plan.
 --
-\i sql/include/pg15_policy.sql
+\i sql/include/policy_p.sql
 CREATE TABLE memos (id int PRIMARY KEY, body text);
 SELECT lavrel.apply_table_policy('p', 'public', 'memos');
-GRANT SELECT, UPDATE ON memos TO regress_pg15_user;
+GRANT SELECT, UPDATE ON memos TO regress_mid_user;
 INSERT INTO memos VALUES (1, 'low', 10), (2, 'mid', 20), (3, 'high', 30);
 CREATE INDEX ON memos (p_label);
-GRANT CREATE ON DATABASE :"DBNAME" TO regress_pg15_user;
+GRANT CREATE ON DATABASE :"DBNAME" TO regress_mid_user;
 
-SET SESSION AUTHORIZATION regress_pg15_user;
+SET SESSION AUTHORIZATION regress_mid_user;
 SELECT id, body, p_label FROM memos ORDER BY id;
 
 CREATE SCHEMA regress_pg15_ops;
@@ -49,9 +49,9 @@ RESET search_path;
 DROP SCHEMA regress_pg15_ops CASCADE;
 RESET SESSION AUTHORIZATION;
 SELECT id, body, p_label FROM memos ORDER BY id;
-REVOKE CREATE ON DATABASE :"DBNAME" FROM regress_pg15_user;
+REVOKE CREATE ON DATABASE :"DBNAME" FROM regress_mid_user;
 
-\i sql/include/pg15_drop_policy.sql
+\i sql/include/drop_policy_p.sql
 DROP TABLE memos;
-DROP ROLE regress_pg15_user;
+DROP ROLE regress_mid_user;
 \i sql/include/drop_lavrel.sql
