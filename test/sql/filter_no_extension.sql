@@ -14,8 +14,8 @@ SELECT * FROM docs ORDER BY id;
 RESET SESSION AUTHORIZATION;
 
 \set regress_db :DBNAME
-CREATE DATABASE regress_pg15_noext;
-\c regress_pg15_noext
+CREATE DATABASE regress_noext;
+\c regress_noext
 SELECT current_setting('shared_preload_libraries') AS preloaded,
        current_setting('lavrel.enable_mac') AS enable_mac;
 SELECT count(*) AS lavrel_installed FROM pg_extension WHERE extname = 'lavrel';
@@ -46,7 +46,7 @@ SELECT * FROM docs ORDER BY id;
 RESET SESSION AUTHORIZATION;
 
 \c :regress_db
-DROP DATABASE regress_pg15_noext;
+DROP DATABASE regress_noext;
 \i sql/include/drop_policy_p.sql
 DROP TABLE docs;
 DROP ROLE regress_mid_user;

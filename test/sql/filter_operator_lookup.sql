@@ -15,17 +15,17 @@ GRANT CREATE ON DATABASE :"DBNAME" TO regress_mid_user;
 SET SESSION AUTHORIZATION regress_mid_user;
 SELECT id, body, p_label FROM memos ORDER BY id;
 
-CREATE SCHEMA regress_pg15_ops;
-CREATE FUNCTION regress_pg15_ops.le_always(a int, b int) RETURNS boolean
+CREATE SCHEMA regress_user_ops;
+CREATE FUNCTION regress_user_ops.le_always(a int, b int) RETURNS boolean
 LANGUAGE plpgsql AS $$
 BEGIN
     RAISE NOTICE 'user''s <= called with % and %', a, b;
     RETURN true;
 END
 $$;
-CREATE OPERATOR regress_pg15_ops.<= (LEFTARG = int, RIGHTARG = int,
-                                     FUNCTION = regress_pg15_ops.le_always);
-SET search_path = regress_pg15_ops, pg_catalog, public;
+CREATE OPERATOR regress_user_ops.<= (LEFTARG = int, RIGHTARG = int,
+                                     FUNCTION = regress_user_ops.le_always);
+SET search_path = regress_user_ops, pg_catalog, public;
 
 -- The user's own comparisons now use his operator (on the rows he may
 -- read: it is not leakproof) ...
@@ -46,7 +46,7 @@ UPDATE memos SET body = 'mid!' WHERE id = 2;
 RESET enable_seqscan;
 RESET search_path;
 
-DROP SCHEMA regress_pg15_ops CASCADE;
+DROP SCHEMA regress_user_ops CASCADE;
 RESET SESSION AUTHORIZATION;
 SELECT id, body, p_label FROM memos ORDER BY id;
 REVOKE CREATE ON DATABASE :"DBNAME" FROM regress_mid_user;
