@@ -15,24 +15,10 @@ CREATE ROLE alice LOGIN;
 
 CREATE EXTENSION lavrel;
 
-SELECT lavrel.create_policy('company', 'clearance');
-SELECT lavrel.create_level('company', 'public', 10);
-SELECT lavrel.create_level('company', 'internal', 20);
-SELECT lavrel.create_level('company', 'secret', 30);
-SELECT lavrel.create_compartment('company', 'sales', 1);
-SELECT lavrel.create_compartment('company', 'hr', 2);
-SELECT lavrel.create_label('company', 'public', 100);
-SELECT lavrel.create_label('company', 'internal', 200);
-SELECT lavrel.create_label('company', 'internal:sales', 210);
-SELECT lavrel.create_label('company', 'internal:hr', 220);
-SELECT lavrel.create_label('company', 'secret:sales', 310);
-SELECT lavrel.create_label('company', 'secret:sales,hr', 320);
-
-SELECT lavrel.create_policy('payroll', 'grade', hide_column => true);
-SELECT lavrel.create_level('payroll', 'staff', 10);
-SELECT lavrel.create_level('payroll', 'board', 20);
-SELECT lavrel.create_label('payroll', 'staff', 1010);
-SELECT lavrel.create_label('payroll', 'board', 1020);
+-- The policies, labels and authorizations of the worked example.  erin
+-- may also write up under payroll; dave has no authorization there.
+\ir ../../scripts/demo_policies.sql
+SELECT lavrel.set_user_privs('payroll', 'erin', 'WRITEUP');
 
 -- A policy that protects nothing, disabled.
 SELECT lavrel.create_policy('archive', 'shelf');
@@ -59,27 +45,6 @@ GRANT USAGE ON SCHEMA hr TO PUBLIC;
 GRANT SELECT ON sales_secrets TO PUBLIC;
 SELECT lavrel.apply_object_policy('company', 'view', 'public', 'sales_secrets', 'secret:sales');
 SELECT lavrel.apply_object_policy('payroll', 'function', 'hr', 'bonus', 'board');
-
-SELECT lavrel.set_user_labels('company', 'alice', 'secret:sales,hr',
-                              min_write_label => 'secret:sales,hr', def_label => 'secret:sales,hr');
-SELECT lavrel.set_user_labels('company', 'bob', 'internal:sales',
-                              min_write_label => 'internal:sales', def_label => 'internal:sales');
-SELECT lavrel.set_user_labels('company', 'carol', 'public');
-SELECT lavrel.set_user_privs('company', 'carol', 'READ');
-SELECT lavrel.set_user_labels('company', 'dave', 'internal');
-SELECT lavrel.set_user_privs('company', 'dave', 'FULL');
-SELECT lavrel.set_user_labels('company', 'erin', 'secret:sales',
-                              min_write_label => 'internal:sales', def_label => 'internal:sales');
-SELECT lavrel.set_user_labels('payroll', 'alice', 'board', min_write_label => 'board',
-                              def_label => 'board');
-SELECT lavrel.set_user_labels('payroll', 'bob', 'staff');
-SELECT lavrel.set_user_labels('payroll', 'erin', 'staff');
-SELECT lavrel.set_user_privs('payroll', 'erin', 'WRITEUP');
-
-SELECT lavrel.set_user_labels('company', 'postgres', 'secret:sales,hr');
-SELECT lavrel.set_user_privs('company', 'postgres', 'FULL');
-SELECT lavrel.set_user_labels('payroll', 'postgres', 'board');
-SELECT lavrel.set_user_privs('payroll', 'postgres', 'FULL');
 
 INSERT INTO documents (title, clearance) VALUES
     ('canteen menu', 100), ('org chart', 200), ('sales forecast', 210),

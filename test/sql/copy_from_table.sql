@@ -6,7 +6,7 @@
 -- name the input line as they do in any COPY; "twin" is the same table
 -- without a policy, for the server's own COPY to compare with.
 --
-\i sql/include/pg15_policy.sql
+\i sql/include/policy_p.sql
 SET client_min_messages = warning;
 
 CREATE TABLE parents (id int PRIMARY KEY, name text);
@@ -23,14 +23,14 @@ CREATE TABLE twin (id int PRIMARY KEY,
                    created text DEFAULT 'by default',
                    twice int GENERATED ALWAYS AS (id * 2) STORED,
                    p_label int);
-GRANT SELECT, INSERT ON parents, items, twin TO regress_pg15_user;
+GRANT SELECT, INSERT ON parents, items, twin TO regress_mid_user;
 INSERT INTO parents VALUES (1, 'low parent', 10), (2, 'mid parent', 20), (3, 'high parent', 30);
 RESET client_min_messages;
 
 -- ---------------------------------------------------------------------
 -- Defaults, generated columns, WHERE
 -- ---------------------------------------------------------------------
-SET SESSION AUTHORIZATION regress_pg15_user;
+SET SESSION AUTHORIZATION regress_mid_user;
 -- "created" and the label take their defaults; "twice" is computed.
 COPY items (id, name) FROM STDIN;
 1	defaults
@@ -101,7 +101,7 @@ COPY twin (id, name, p_label) FROM STDIN;
 -- A key that exists already, though in a row the user cannot read.
 RESET SESSION AUTHORIZATION;
 INSERT INTO items (id, name, p_label) VALUES (12, 'high row', 30);
-SET SESSION AUTHORIZATION regress_pg15_user;
+SET SESSION AUTHORIZATION regress_mid_user;
 COPY items (id, name, p_label) FROM STDIN;
 12	hidden duplicate	mid
 \.
@@ -122,7 +122,7 @@ SELECT id, name, p_label FROM items WHERE id >= 10 ORDER BY id;
 -- Triggers
 -- ---------------------------------------------------------------------
 CREATE TABLE audit (n int GENERATED ALWAYS AS IDENTITY, what text, id int, label int);
-GRANT INSERT, SELECT ON audit TO regress_pg15_user;
+GRANT INSERT, SELECT ON audit TO regress_mid_user;
 CREATE FUNCTION items_statement() RETURNS trigger LANGUAGE plpgsql AS $$
 BEGIN
     INSERT INTO audit (what) VALUES (TG_WHEN || ' statement');
@@ -160,7 +160,7 @@ CREATE TRIGGER items_as AFTER INSERT ON items FOR EACH STATEMENT EXECUTE FUNCTIO
 CREATE TRIGGER items_nr AFTER INSERT ON items REFERENCING NEW TABLE AS new_rows
     FOR EACH STATEMENT EXECUTE FUNCTION items_new_rows();
 
-SET SESSION AUTHORIZATION regress_pg15_user;
+SET SESSION AUTHORIZATION regress_mid_user;
 -- Three rows in, one skipped: "COPY 2".
 COPY items (id, name, p_label) FROM STDIN;
 20	first	mid
@@ -172,7 +172,7 @@ SELECT id, name, p_label FROM items WHERE id >= 20 ORDER BY id;
 SELECT what, id, label FROM audit ORDER BY n;
 RESET SESSION AUTHORIZATION;
 TRUNCATE audit;
-SET SESSION AUTHORIZATION regress_pg15_user;
+SET SESSION AUTHORIZATION regress_mid_user;
 -- A refused label ends the COPY before the row's triggers run, and the
 -- triggers' work goes with it.
 COPY items (id, name, p_label) FROM STDIN;
@@ -190,7 +190,7 @@ RESET SESSION AUTHORIZATION;
 -- Without it they go in batches; the AFTER triggers see every row.
 DROP TRIGGER items_br ON items;
 TRUNCATE audit;
-SET SESSION AUTHORIZATION regress_pg15_user;
+SET SESSION AUTHORIZATION regress_mid_user;
 COPY items (id, name, p_label) FROM STDIN;
 26	batched	mid
 27	batched too	mid
@@ -208,9 +208,9 @@ DROP TRIGGER items_nr ON items;
 -- ---------------------------------------------------------------------
 -- INSERT privilege on the columns read; with "nolabel" the label column
 -- is not read, and needs none.
-REVOKE INSERT ON items FROM regress_pg15_user;
-GRANT INSERT (id, name) ON items TO regress_pg15_user;
-SET SESSION AUTHORIZATION regress_pg15_user;
+REVOKE INSERT ON items FROM regress_mid_user;
+GRANT INSERT (id, name) ON items TO regress_mid_user;
+SET SESSION AUTHORIZATION regress_mid_user;
 COPY items FROM STDIN;
 30	all columns	\N	\N	mid
 \.
@@ -223,12 +223,12 @@ COPY items (id, name, p_label) FROM STDIN;
 -- A server file needs the right to read one.
 COPY items (id, name) FROM '/nonexistent/file';
 RESET SESSION AUTHORIZATION;
-REVOKE INSERT (id, name) ON items FROM regress_pg15_user;
-GRANT INSERT ON items TO regress_pg15_user;
+REVOKE INSERT (id, name) ON items FROM regress_mid_user;
+GRANT INSERT ON items TO regress_mid_user;
 -- Under row-level security of the owner's own COPY FROM is refused, as for
 -- any table.  (The table's row-level security is on under its policy.)
 CREATE POLICY items_all ON items USING (true) WITH CHECK (true);
-SET SESSION AUTHORIZATION regress_pg15_user;
+SET SESSION AUTHORIZATION regress_mid_user;
 COPY items (id, name) FROM STDIN;
 32	under row-level security
 \.
@@ -251,8 +251,8 @@ SELECT id, name, p_label FROM items WHERE id >= 30 ORDER BY id;
 -- it goes on reading labels and checking them, and counting fields.
 CREATE TABLE outer_rows (id int, note text);
 SELECT lavrel.apply_table_policy('p', 'public', 'outer_rows');
-GRANT SELECT, INSERT ON outer_rows TO regress_pg15_user;
-GRANT pg_execute_server_program TO regress_pg15_user;
+GRANT SELECT, INSERT ON outer_rows TO regress_mid_user;
+GRANT pg_execute_server_program TO regress_mid_user;
 CREATE FUNCTION copy_more_items() RETURNS trigger LANGUAGE plpgsql AS $$
 BEGIN
     EXECUTE format($c$COPY items (id, name, p_label) FROM PROGRAM 'printf "%s\tnested\tmid\n"'$c$,
@@ -261,7 +261,7 @@ BEGIN
 END
 $$;
 CREATE TRIGGER outer_rows_br BEFORE INSERT ON outer_rows FOR EACH ROW EXECUTE FUNCTION copy_more_items();
-SET SESSION AUTHORIZATION regress_pg15_user;
+SET SESSION AUTHORIZATION regress_mid_user;
 COPY outer_rows FROM STDIN WITH (nolabel);
 40	outer one
 41	outer two	high
@@ -284,7 +284,7 @@ SELECT id, name, p_label FROM items WHERE id > 100 ORDER BY id;
 -- The user owns a protected table; a trigger run by his COPY may not
 -- change its label column any more than he may.
 CREATE TABLE owned (id int);
-ALTER TABLE owned OWNER TO regress_pg15_user;
+ALTER TABLE owned OWNER TO regress_mid_user;
 SELECT lavrel.apply_table_policy('p', 'public', 'owned');
 CREATE FUNCTION alter_owned() RETURNS trigger LANGUAGE plpgsql AS $$
 BEGIN
@@ -293,7 +293,7 @@ BEGIN
 END
 $$;
 CREATE TRIGGER owned_br BEFORE INSERT ON owned FOR EACH ROW EXECUTE FUNCTION alter_owned();
-SET SESSION AUTHORIZATION regress_pg15_user;
+SET SESSION AUTHORIZATION regress_mid_user;
 ALTER TABLE owned ALTER COLUMN p_label DROP DEFAULT;
 COPY owned FROM STDIN;
 1	mid
@@ -302,9 +302,9 @@ RESET SESSION AUTHORIZATION;
 SELECT pg_get_expr(adbin, adrelid) FROM pg_attrdef
  WHERE adrelid = 'owned'::regclass;
 
-\i sql/include/pg15_drop_policy.sql
+\i sql/include/drop_policy_p.sql
 DROP TABLE owned, outer_rows, audit, items, twin, parents;
 DROP FUNCTION items_statement(), items_before_row(), items_after_row(), items_new_rows(),
     copy_more_items(), alter_owned();
-DROP ROLE regress_pg15_user;
+DROP ROLE regress_mid_user;
 \i sql/include/drop_lavrel.sql

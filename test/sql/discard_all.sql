@@ -2,7 +2,7 @@
 -- DISCARD ALL resets a session to the state of a new connection: session
 -- labels set with set_session_label go, for the same user too.
 --
-\i sql/include/pg15_policy.sql
+\i sql/include/policy_p.sql
 CREATE TABLE ledger (id int, note text);
 SELECT lavrel.apply_table_policy('p', 'public', 'ledger');
 INSERT INTO ledger VALUES (1, 'low', 10), (2, 'mid', 20), (3, 'high', 30);
@@ -37,8 +37,8 @@ DISCARD ALL;
 SELECT session_user, count(*) FROM ledger;
 SELECT * FROM session_label;
 
-\i sql/include/pg15_drop_policy.sql
+\i sql/include/drop_policy_p.sql
 DROP TABLE ledger;
 DROP VIEW session_label;
-DROP ROLE regress_da_user, regress_pg15_user;
+DROP ROLE regress_da_user, regress_mid_user;
 \i sql/include/drop_lavrel.sql

@@ -7,7 +7,7 @@
 -- sequential, index, bitmap and TID scans, in generic and custom plans, in
 -- CTEs, functions, cursors, prepared statements and through views.
 --
-\i sql/include/pg15_policy.sql
+\i sql/include/policy_p.sql
 \i sql/include/leak_function.sql
 -- regress_wp_up writes mid and high rows but reads low and mid only.
 CREATE ROLE regress_wp_up;
@@ -18,7 +18,7 @@ SELECT lavrel.apply_table_policy('p', 'public', 'docs');
 CREATE INDEX docs_title ON docs (title);
 INSERT INTO docs VALUES (1, 'low one', 10), (2, 'mid one', 20), (3, 'mid two', 20),
                         (4, 'high one', 30), (5, 'low two', 10), (6, 'high two', 30);
-GRANT SELECT, INSERT, UPDATE, DELETE ON docs TO regress_pg15_user, regress_wp_up;
+GRANT SELECT, INSERT, UPDATE, DELETE ON docs TO regress_mid_user, regress_wp_up;
 -- The current address of the high row 4, which the user cannot read.
 SELECT ctid AS high_ctid FROM docs WHERE id = 4 \gset
 
@@ -59,9 +59,9 @@ CREATE FUNCTION leakproof_is(id int, wanted int) RETURNS boolean
 LANGUAGE internal IMMUTABLE LEAKPROOF AS 'int4eq';
 CREATE VIEW docs_view AS SELECT * FROM docs;
 CREATE VIEW docs_barrier WITH (security_barrier) AS SELECT * FROM docs WHERE id > 0;
-GRANT SELECT, UPDATE, DELETE ON docs_view, docs_barrier TO regress_pg15_user;
+GRANT SELECT, UPDATE, DELETE ON docs_view, docs_barrier TO regress_mid_user;
 
-SET SESSION AUTHORIZATION regress_pg15_user;
+SET SESSION AUTHORIZATION regress_mid_user;
 -- The user reads rows 1, 2, 3 and 5, and writes rows 2 and 3.
 SELECT * FROM docs ORDER BY id;
 
@@ -140,7 +140,7 @@ BEGIN
     RETURN n;
 END
 $$;
-SET SESSION AUTHORIZATION regress_pg15_user;
+SET SESSION AUTHORIZATION regress_mid_user;
 SELECT touch_sql(2), touch_sql(4), touch_plpgsql(3), touch_plpgsql(6);
 SELECT try_stmt($$SELECT touch_sql(1)$$), try_stmt($$SELECT touch_plpgsql(5)$$);
 
@@ -213,7 +213,7 @@ DROP TABLE statements;
 DROP VIEW docs_view, docs_barrier;
 DROP FUNCTION outcome(text), plan_of(text), costly_is(int, int), leakproof_is(int, int),
               touch_sql(int), touch_plpgsql(int), leak(int, int);
-\i sql/include/pg15_drop_policy.sql
+\i sql/include/drop_policy_p.sql
 DROP TABLE docs;
-DROP ROLE regress_pg15_user, regress_wp_up;
+DROP ROLE regress_mid_user, regress_wp_up;
 \i sql/include/drop_lavrel.sql

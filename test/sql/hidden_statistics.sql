@@ -12,7 +12,7 @@
 -- where PostgreSQL shows all of it: the checks below fail if the
 -- protection goes.
 --
-\i sql/include/pg15_policy.sql
+\i sql/include/policy_p.sql
 SET client_min_messages = warning;
 CREATE TABLE ledger (id int PRIMARY KEY, amount int NOT NULL CHECK (amount >= 0),
                      span int4range, EXCLUDE USING gist (span WITH &&));
@@ -30,13 +30,13 @@ CREATE STATISTICS twin_stats (mcv) ON id, amount FROM twin;
 ANALYZE ledger, twin;
 -- The user owns both tables: pg_stats_ext shows a table's statistics
 -- objects to its owner only.
-ALTER TABLE ledger OWNER TO regress_pg15_user;
-ALTER TABLE twin OWNER TO regress_pg15_user;
+ALTER TABLE ledger OWNER TO regress_mid_user;
+ALTER TABLE twin OWNER TO regress_mid_user;
 
 -- ---------------------------------------------------------------------
 -- Statistics
 -- ---------------------------------------------------------------------
-SET SESSION AUTHORIZATION regress_pg15_user;
+SET SESSION AUTHORIZATION regress_mid_user;
 SELECT tablename, count(*) FROM pg_stats WHERE tablename IN ('ledger', 'twin')
  GROUP BY 1 ORDER BY 1;
 SELECT tablename, count(*) FROM pg_stats_ext WHERE tablename IN ('ledger', 'twin')
@@ -53,7 +53,7 @@ ALTER TABLE ledger NO FORCE ROW LEVEL SECURITY;
 ALTER TABLE twin ENABLE ROW LEVEL SECURITY, DISABLE ROW LEVEL SECURITY;
 -- Nor drop, alter or rename the guard.
 DROP POLICY lavrel_p ON ledger;
-ALTER POLICY lavrel_p ON ledger TO regress_pg15_user;
+ALTER POLICY lavrel_p ON ledger TO regress_mid_user;
 ALTER POLICY lavrel_p ON public.ledger USING (true);
 ALTER POLICY lavrel_p ON ledger RENAME TO mine;
 -- A policy of the owner's own is his to change.
@@ -77,7 +77,7 @@ SELECT tablename, count(*) FROM pg_stats_ext WHERE tablename IN ('ledger', 'twin
 -- ---------------------------------------------------------------------
 -- Errors
 -- ---------------------------------------------------------------------
-SET SESSION AUTHORIZATION regress_pg15_user;
+SET SESSION AUTHORIZATION regress_mid_user;
 -- Row 150 is high: the user cannot read it, and the error tells only that
 -- the key is taken.
 INSERT INTO ledger VALUES (150, 1, NULL, 20);
@@ -105,7 +105,7 @@ END
 $$;
 CREATE OPERATOR <<< (FUNCTION = leaky_lt, LEFTARG = int, RIGHTARG = int,
                      RESTRICT = scalarltsel);
-SET SESSION AUTHORIZATION regress_pg15_user;
+SET SESSION AUTHORIZATION regress_mid_user;
 -- Planning over the protected table gives the function no value at all.
 SELECT set_config('regress.largest_seen', '', false);
 EXPLAIN (COSTS OFF) SELECT id FROM ledger WHERE amount <<< 15;
@@ -123,7 +123,7 @@ RESET SESSION AUTHORIZATION;
 ALTER SYSTEM SET lavrel.enable_mac = off;
 SELECT pg_reload_conf();
 \c
-SET SESSION AUTHORIZATION regress_pg15_user;
+SET SESSION AUTHORIZATION regress_mid_user;
 ALTER TABLE ledger DISABLE ROW LEVEL SECURITY;
 ALTER TABLE ledger NO FORCE ROW LEVEL SECURITY;
 DROP POLICY lavrel_p ON ledger;
@@ -132,9 +132,9 @@ ALTER SYSTEM RESET lavrel.enable_mac;
 SELECT pg_reload_conf();
 \c
 
-\i sql/include/pg15_drop_policy.sql
+\i sql/include/drop_policy_p.sql
 DROP TABLE ledger, twin;
 DROP OPERATOR <<< (int, int);
 DROP FUNCTION leaky_lt(int, int);
-DROP ROLE regress_pg15_user;
+DROP ROLE regress_mid_user;
 \i sql/include/drop_lavrel.sql

@@ -7,7 +7,7 @@
 -- under no policy are made as usual, and a link made while access control
 -- was off can still be removed.
 --
-\i sql/include/pg15_policy.sql
+\i sql/include/policy_p.sql
 
 -- regress_ig_owner owns pt, under p, a plain table and a partitioned table
 -- with the columns of pt; regress_ig_other owns a table of its own.
@@ -112,12 +112,12 @@ ALTER TABLE regress_ig_parted ATTACH PARTITION regress_ig_pt FOR VALUES FROM (0)
 SELECT * FROM regress_ig_links;
 
 -- Clean up.
-\i sql/include/pg15_drop_policy.sql
+\i sql/include/drop_policy_p.sql
 DROP VIEW regress_ig_links, regress_ig_tables;
 DROP TABLE regress_ig_parted, regress_ig_plain, regress_ig_others, regress_ig_stmts;
 DROP SERVER regress_ig_server;
 DROP FOREIGN DATA WRAPPER regress_ig_fdw;
 REVOKE CREATE ON SCHEMA public FROM regress_ig_owner, regress_ig_other;
 REVOKE CREATE ON DATABASE :"DBNAME" FROM regress_ig_owner;
-DROP ROLE regress_ig_owner, regress_ig_other, regress_pg15_user;
+DROP ROLE regress_ig_owner, regress_ig_other, regress_mid_user;
 \i sql/include/drop_lavrel.sql

@@ -8,12 +8,7 @@
 CREATE EXTENSION lavrel;
 \i sql/include/try_stmt.sql
 
--- Policy p: levels low < mid < high, labels 10, 20, 30.  Policy q: level x,
--- label 90.
-SELECT lavrel.create_policy('p', 'p_label'), lavrel.create_policy('q', 'q_label');
-SELECT lavrel.create_level('p', name, id), lavrel.create_label('p', name, id)
-  FROM (VALUES ('low', 10), ('mid', 20), ('high', 30)) AS v(name, id);
-SELECT lavrel.create_level('q', 'x', 1), lavrel.create_label('q', 'x', 90);
+\i sql/include/policies_p_q.sql
 
 -- low reads low; high reads low to high; reader reads low and holds READ;
 -- both reads high under p and x under q; qonly is authorized under q only;

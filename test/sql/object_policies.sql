@@ -7,12 +7,7 @@
 CREATE EXTENSION lavrel;
 \i sql/include/try_stmt.sql
 
--- Policy p: levels low < mid < high, labels 10, 20, 30.  Policy q: level x,
--- label 90.
-SELECT lavrel.create_policy('p', 'p_label'), lavrel.create_policy('q', 'q_label');
-SELECT lavrel.create_level('p', name, id), lavrel.create_label('p', name, id)
-  FROM (VALUES ('low', 10), ('mid', 20), ('high', 30)) AS v(name, id);
-SELECT lavrel.create_level('q', 'x', 1), lavrel.create_label('q', 'x', 90);
+\i sql/include/policies_p_q.sql
 
 CREATE SCHEMA regress_op_s;
 CREATE VIEW regress_op_v AS SELECT 1 AS one;

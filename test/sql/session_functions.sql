@@ -5,17 +5,10 @@
 --
 CREATE EXTENSION lavrel;
 
--- Levels low < mid < high, compartments a and b.
-SELECT lavrel.create_policy('p1', 'p1_label');
-SELECT lavrel.create_level('p1', 'low', 10);
-SELECT lavrel.create_level('p1', 'mid', 20);
-SELECT lavrel.create_level('p1', 'high', 30);
-SELECT lavrel.create_compartment('p1', 'a', 1);
-SELECT lavrel.create_compartment('p1', 'b', 2);
-SELECT lavrel.create_label('p1', label, id)
-  FROM (VALUES ('low', 10), ('low:a', 11), ('mid', 20), ('mid:a', 21), ('mid:b', 22),
-               ('high', 30), ('high:a', 31), ('high:a,b', 33)) AS v(label, id);
-SELECT oid AS p1 FROM lavrel.policies() WHERE policy_name = 'p1' \gset
+-- Levels low < mid < high, compartments a, b, c.  Labels 5 (low:c),
+-- 35 (high:c) and 99 (high:a,b,c) carry compartment c, which no
+-- authorization below includes.  Policy p2 is not used here.
+\i sql/include/policies_p1_p2.sql
 CREATE ROLE regress_sf_user LOGIN;
 
 CREATE VIEW session_labels AS
@@ -45,7 +38,7 @@ SELECT lavrel.set_session_label('p1', NULL);
 SELECT lavrel.set_session_label('p1', '');
 SELECT lavrel.set_session_label('nosuch', 'low');
 SELECT lavrel.set_session_row_label('p1', 'top');
-SELECT lavrel.set_session_row_label('p1', 'mid:c');
+SELECT lavrel.set_session_row_label('p1', 'mid:d');
 
 -- Authorized with max read high:a,b, max write high:a, min write mid:a,
 -- default mid:a and row label high:a: the read label is mid:a.
@@ -176,5 +169,6 @@ SELECT lavrel.policy_read_max_label_id(:p1), lavrel.policy_read_min_label_id(:p1
 
 DROP VIEW session_labels, label_lookup;
 SELECT lavrel.drop_policy('p1');
+SELECT lavrel.drop_policy('p2');
 DROP ROLE regress_sf_user;
 \i sql/include/drop_lavrel.sql

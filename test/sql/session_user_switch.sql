@@ -6,7 +6,7 @@
 -- the previous user held or set.  SET ROLE changes the current role but not
 -- the session user: the session user's labels stay.
 --
-\i sql/include/pg15_policy.sql
+\i sql/include/policy_p.sql
 -- wide reads every level; narrow reads low only.
 CREATE ROLE regress_su_wide;
 CREATE ROLE regress_su_narrow;
@@ -74,9 +74,9 @@ SET ROLE regress_su_narrow;
 SELECT current_user, session_user, seen();
 RESET ROLE;
 
-\i sql/include/pg15_drop_policy.sql
+\i sql/include/drop_policy_p.sql
 DROP TABLE ledger;
 DROP FUNCTION seen();
 DROP VIEW session_label;
-DROP ROLE regress_su_wide, regress_su_narrow, regress_pg15_user;
+DROP ROLE regress_su_wide, regress_su_narrow, regress_mid_user;
 \i sql/include/drop_lavrel.sql

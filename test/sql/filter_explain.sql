@@ -4,17 +4,17 @@
 -- change, label_insert and label_update on the labels they store, and the
 -- label-id range clauses for sessions without READ or FULL.
 --
-\i sql/include/pg15_policy.sql
-CREATE ROLE regress_pg15_reader;
-SELECT lavrel.set_user_labels('p', 'regress_pg15_reader', 'mid', 'mid', 'mid', 'mid');
-SELECT lavrel.set_user_privs('p', 'regress_pg15_reader', 'READ');
+\i sql/include/policy_p.sql
+CREATE ROLE regress_mid_reader;
+SELECT lavrel.set_user_labels('p', 'regress_mid_reader', 'mid', 'mid', 'mid', 'mid');
+SELECT lavrel.set_user_privs('p', 'regress_mid_reader', 'READ');
 
 CREATE TABLE notes (id int, body text);
 SELECT lavrel.apply_table_policy('p', 'public', 'notes');
 CREATE TABLE tags (id int, tag text);
-GRANT SELECT, INSERT, UPDATE, DELETE ON notes, tags TO regress_pg15_user, regress_pg15_reader;
+GRANT SELECT, INSERT, UPDATE, DELETE ON notes, tags TO regress_mid_user, regress_mid_reader;
 
-SET SESSION AUTHORIZATION regress_pg15_user;
+SET SESSION AUTHORIZATION regress_mid_user;
 EXPLAIN (COSTS OFF) SELECT body FROM notes WHERE id = 1;
 EXPLAIN (COSTS OFF) SELECT n.body, t.tag FROM notes n JOIN tags t USING (id);
 EXPLAIN (COSTS OFF) UPDATE notes SET body = 'new' WHERE id = 1;
@@ -29,12 +29,12 @@ EXPLAIN (VERBOSE, COSTS OFF) UPDATE notes SET p_label = 20 WHERE id = 1;
 EXPLAIN (COSTS OFF) UPDATE tags SET tag = 'x' WHERE id = 1;
 
 -- With READ, only the mediation calls remain.
-SET SESSION AUTHORIZATION regress_pg15_reader;
+SET SESSION AUTHORIZATION regress_mid_reader;
 EXPLAIN (COSTS OFF) SELECT body FROM notes WHERE id = 1;
 EXPLAIN (COSTS OFF) UPDATE notes SET body = 'new' WHERE id = 1;
 EXPLAIN (COSTS OFF) DELETE FROM notes WHERE id = 1;
 
-\i sql/include/pg15_drop_policy.sql
+\i sql/include/drop_policy_p.sql
 DROP TABLE notes, tags;
-DROP ROLE regress_pg15_user, regress_pg15_reader;
+DROP ROLE regress_mid_user, regress_mid_reader;
 \i sql/include/drop_lavrel.sql

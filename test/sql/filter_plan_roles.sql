@@ -6,11 +6,11 @@
 -- row-level security.  Row 4 has a null label, which only READ or FULL may
 -- read or write; a plan with the range clauses never reaches it.
 --
-\i sql/include/pg15_policy.sql
+\i sql/include/policy_p.sql
 CREATE TABLE accounts (id int PRIMARY KEY, owner text);
 SELECT lavrel.apply_table_policy('p', 'public', 'accounts');
 INSERT INTO accounts VALUES (1, 'low', 10), (2, 'mid', 20), (3, 'high', 30), (4, 'unlabelled', NULL);
-GRANT SELECT, UPDATE ON accounts TO regress_pg15_user;
+GRANT SELECT, UPDATE ON accounts TO regress_mid_user;
 CREATE FUNCTION account_ids() RETURNS SETOF int LANGUAGE plpgsql STABLE AS $$
 BEGIN
     RETURN QUERY SELECT id FROM accounts ORDER BY id;
@@ -21,7 +21,7 @@ SET plan_cache_mode = force_generic_plan;
 SET enable_seqscan = off;
 
 -- Made and run for the user: rows 1 and 2.
-SET SESSION AUTHORIZATION regress_pg15_user;
+SET SESSION AUTHORIZATION regress_mid_user;
 PREPARE q AS SELECT id FROM accounts ORDER BY id;
 PREPARE upd(int) AS UPDATE accounts SET owner = owner || '!' WHERE id = $1 RETURNING id, owner;
 -- The table read in a CTE and in a sub-link only.
@@ -44,7 +44,7 @@ EXECUTE upd(4);
 
 -- And for the user again: the range clauses are back, and row 4, which he
 -- may not read, is not there for the update.
-SET SESSION AUTHORIZATION regress_pg15_user;
+SET SESSION AUTHORIZATION regress_mid_user;
 EXECUTE q;
 EXPLAIN (COSTS OFF) EXECUTE q;
 SELECT array_agg(i ORDER BY i) AS account_ids FROM account_ids() AS i;
@@ -64,15 +64,15 @@ BEGIN
     RETURN QUERY SELECT id FROM accounts ORDER BY id;
 END
 $$;
-SET SESSION AUTHORIZATION regress_pg15_user;
+SET SESSION AUTHORIZATION regress_mid_user;
 SELECT array_agg(i ORDER BY i) AS account_ids FROM definer_account_ids() AS i;
 RESET SESSION AUTHORIZATION;
 SELECT array_agg(i ORDER BY i) AS account_ids FROM definer_account_ids() AS i;
 
 SELECT * FROM accounts ORDER BY id;
 
-\i sql/include/pg15_drop_policy.sql
+\i sql/include/drop_policy_p.sql
 DROP FUNCTION account_ids(), definer_account_ids();
 DROP TABLE accounts;
-DROP ROLE regress_pg15_user;
+DROP ROLE regress_mid_user;
 \i sql/include/drop_lavrel.sql

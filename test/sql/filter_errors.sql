@@ -2,12 +2,12 @@
 -- The two errors of the label filter itself: a protected table without its
 -- policy column, and a write filter for a statement with set operations.
 --
-\i sql/include/pg15_policy.sql
+\i sql/include/policy_p.sql
 CREATE EXTENSION lavrel_test;
 CREATE TABLE ledger (id int, amount int);
 SELECT lavrel.apply_table_policy('p', 'public', 'ledger');
 CREATE TABLE plain_ledger (id int, amount int);
-GRANT SELECT, INSERT, UPDATE, DELETE ON ledger, plain_ledger TO regress_pg15_user;
+GRANT SELECT, INSERT, UPDATE, DELETE ON ledger, plain_ledger TO regress_mid_user;
 INSERT INTO ledger VALUES (1, 100, 20), (2, 200, 30);
 
 -- ---------------------------------------------------------------------
@@ -20,7 +20,7 @@ INSERT INTO ledger VALUES (1, 100, 20), (2, 200, 30);
 ALTER TABLE ledger DROP COLUMN p_label;
 ALTER TABLE ledger DROP COLUMN p_label CASCADE;
 SELECT try_stmt($$SELECT * FROM ledger$$);
-SET SESSION AUTHORIZATION regress_pg15_user;
+SET SESSION AUTHORIZATION regress_mid_user;
 SELECT try_stmt($$SELECT * FROM ledger$$);
 SELECT try_stmt($$SELECT count(*) FROM plain_ledger JOIN ledger USING (id)$$);
 SELECT try_stmt($$UPDATE ledger SET amount = 0$$);
@@ -33,7 +33,7 @@ RESET SESSION AUTHORIZATION;
 -- nothing in any case: row-level security without a policy denies all.
 ALTER TABLE ledger ADD COLUMN p_label int;
 SELECT * FROM ledger ORDER BY id;
-SET SESSION AUTHORIZATION regress_pg15_user;
+SET SESSION AUTHORIZATION regress_mid_user;
 SELECT * FROM ledger ORDER BY id;
 RESET SESSION AUTHORIZATION;
 
@@ -56,7 +56,7 @@ SELECT lavrel_test.rewrite_write_statement('UPDATE ledger SET amount = 0', true)
 SELECT lavrel.enable_policy('p');
 
 DROP EXTENSION lavrel_test;
-\i sql/include/pg15_drop_policy.sql
+\i sql/include/drop_policy_p.sql
 DROP TABLE ledger, plain_ledger;
-DROP ROLE regress_pg15_user;
+DROP ROLE regress_mid_user;
 \i sql/include/drop_lavrel.sql

@@ -4,15 +4,15 @@
 -- condition; a label it sets must pass the update check, and a new row's
 -- label the insert check.  DO NOTHING needs neither.
 --
-\i sql/include/pg15_policy.sql
+\i sql/include/policy_p.sql
 CREATE TABLE accounts (id int PRIMARY KEY, owner text);
 SELECT lavrel.apply_table_policy('p', 'public', 'accounts');
-GRANT SELECT, INSERT, UPDATE ON accounts TO regress_pg15_user;
+GRANT SELECT, INSERT, UPDATE ON accounts TO regress_mid_user;
 INSERT INTO accounts VALUES (1, 'low', 10), (2, 'mid', 20), (3, 'high', 30);
 
 \i sql/include/leak_function.sql
 
-SET SESSION AUTHORIZATION regress_pg15_user;
+SET SESSION AUTHORIZATION regress_mid_user;
 
 -- A conflict with the mid row, which the user may write: updated.
 INSERT INTO accounts VALUES (2, 'mid, again', 20)
@@ -65,8 +65,8 @@ SELECT try_stmt($$INSERT INTO accounts VALUES (3, 'x', 20)$$);
 RESET SESSION AUTHORIZATION;
 SELECT * FROM accounts ORDER BY id;
 
-\i sql/include/pg15_drop_policy.sql
+\i sql/include/drop_policy_p.sql
 DROP TABLE accounts;
 DROP FUNCTION leak(int, int);
-DROP ROLE regress_pg15_user;
+DROP ROLE regress_mid_user;
 \i sql/include/drop_lavrel.sql

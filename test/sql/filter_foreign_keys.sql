@@ -8,7 +8,7 @@
 -- change or delete must be one he may write, read or not, or his statement
 -- fails as a whole; no action skips a row silently.
 --
-\i sql/include/pg15_policy.sql
+\i sql/include/policy_p.sql
 CREATE TABLE parents (id int PRIMARY KEY, name text);
 SELECT lavrel.apply_table_policy('p', 'public', 'parents');
 CREATE TABLE children (id int PRIMARY KEY, parent_id int REFERENCES parents, note text);
@@ -21,7 +21,7 @@ CREATE TABLE followers (id int PRIMARY KEY,
                         note text);
 SELECT lavrel.apply_table_policy('p', 'public', 'followers');
 GRANT SELECT, INSERT, UPDATE, DELETE ON parents, children, dependants, followers
-   TO regress_pg15_user;
+   TO regress_mid_user;
 INSERT INTO parents VALUES (1, 'low', 10), (2, 'mid', 20), (3, 'high', 30), (4, 'mid two', 20),
                            (5, 'mid three', 20), (6, 'mid four', 20), (7, 'mid five', 20),
                            (8, 'mid six', 20);
@@ -36,7 +36,7 @@ INSERT INTO dependants VALUES (60, 6, 'mid', 20);
 INSERT INTO followers VALUES (61, 6, 'mid', 20), (70, 7, 'mid', 20), (71, 7, 'high', 30),
                              (80, 8, 'mid', 20);
 
-SET SESSION AUTHORIZATION regress_pg15_user;
+SET SESSION AUTHORIZATION regress_mid_user;
 -- The parents table has rows the user may write (mid), only read (low) or
 -- not even read (high).
 SELECT * FROM parents ORDER BY id;
@@ -64,7 +64,7 @@ SELECT try_stmt($$DELETE FROM parents WHERE id = 3$$);
 -- ON DELETE CASCADE removes the dependants of every label when the
 -- administrator, who holds FULL, deletes parent 1.
 DELETE FROM parents WHERE id = 1;
-SET SESSION AUTHORIZATION regress_pg15_user;
+SET SESSION AUTHORIZATION regress_mid_user;
 SELECT * FROM dependants ORDER BY id;
 -- The user's DELETE of the mid parent 5 would delete dependants he may not
 -- write (low, which he reads, and high, which he does not): it fails, and
@@ -85,7 +85,7 @@ SELECT * FROM children ORDER BY id;
 SELECT * FROM dependants ORDER BY id;
 SELECT * FROM followers ORDER BY id;
 
-\i sql/include/pg15_drop_policy.sql
+\i sql/include/drop_policy_p.sql
 DROP TABLE followers, dependants, children, parents;
-DROP ROLE regress_pg15_user;
+DROP ROLE regress_mid_user;
 \i sql/include/drop_lavrel.sql

@@ -4,28 +4,28 @@
 -- his own "<=" (int4, int4), which lets every row through and reports each
 -- call, ahead of pg_catalog gets the same rows and the same plan.
 --
-\i sql/include/pg15_policy.sql
+\i sql/include/policy_p.sql
 CREATE TABLE memos (id int PRIMARY KEY, body text);
 SELECT lavrel.apply_table_policy('p', 'public', 'memos');
-GRANT SELECT, UPDATE ON memos TO regress_pg15_user;
+GRANT SELECT, UPDATE ON memos TO regress_mid_user;
 INSERT INTO memos VALUES (1, 'low', 10), (2, 'mid', 20), (3, 'high', 30);
 CREATE INDEX ON memos (p_label);
-GRANT CREATE ON DATABASE :"DBNAME" TO regress_pg15_user;
+GRANT CREATE ON DATABASE :"DBNAME" TO regress_mid_user;
 
-SET SESSION AUTHORIZATION regress_pg15_user;
+SET SESSION AUTHORIZATION regress_mid_user;
 SELECT id, body, p_label FROM memos ORDER BY id;
 
-CREATE SCHEMA regress_pg15_ops;
-CREATE FUNCTION regress_pg15_ops.le_always(a int, b int) RETURNS boolean
+CREATE SCHEMA regress_user_ops;
+CREATE FUNCTION regress_user_ops.le_always(a int, b int) RETURNS boolean
 LANGUAGE plpgsql AS $$
 BEGIN
     RAISE NOTICE 'user''s <= called with % and %', a, b;
     RETURN true;
 END
 $$;
-CREATE OPERATOR regress_pg15_ops.<= (LEFTARG = int, RIGHTARG = int,
-                                     FUNCTION = regress_pg15_ops.le_always);
-SET search_path = regress_pg15_ops, pg_catalog, public;
+CREATE OPERATOR regress_user_ops.<= (LEFTARG = int, RIGHTARG = int,
+                                     FUNCTION = regress_user_ops.le_always);
+SET search_path = regress_user_ops, pg_catalog, public;
 
 -- The user's own comparisons now use his operator (on the rows he may
 -- read: it is not leakproof) ...
@@ -46,12 +46,12 @@ UPDATE memos SET body = 'mid!' WHERE id = 2;
 RESET enable_seqscan;
 RESET search_path;
 
-DROP SCHEMA regress_pg15_ops CASCADE;
+DROP SCHEMA regress_user_ops CASCADE;
 RESET SESSION AUTHORIZATION;
 SELECT id, body, p_label FROM memos ORDER BY id;
-REVOKE CREATE ON DATABASE :"DBNAME" FROM regress_pg15_user;
+REVOKE CREATE ON DATABASE :"DBNAME" FROM regress_mid_user;
 
-\i sql/include/pg15_drop_policy.sql
+\i sql/include/drop_policy_p.sql
 DROP TABLE memos;
-DROP ROLE regress_pg15_user;
+DROP ROLE regress_mid_user;
 \i sql/include/drop_lavrel.sql

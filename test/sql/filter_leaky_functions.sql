@@ -4,21 +4,21 @@
 -- SELECT it sees only rows the session may read, under UPDATE and DELETE
 -- only rows it may write.
 --
-\i sql/include/pg15_policy.sql
+\i sql/include/policy_p.sql
 
 -- Stored in this order: the mid rows, which the user may read and write,
 -- then a low row, which he may only read, then a high row, which he may
 -- not even read.
 CREATE TABLE docs (id int PRIMARY KEY, title text);
 SELECT lavrel.apply_table_policy('p', 'public', 'docs');
-GRANT SELECT, UPDATE, DELETE ON docs TO regress_pg15_user;
+GRANT SELECT, UPDATE, DELETE ON docs TO regress_mid_user;
 INSERT INTO docs VALUES (1, 'mid one', 20), (2, 'mid two', 20), (3, 'low one', 10),
                         (4, 'high one', 30), (5, 'low two', 10), (6, 'high two', 30);
 
 \i sql/include/leak_function.sql
 SELECT proleakproof, procost < 0.001 AS cheap FROM pg_proc WHERE oid = 'leak'::regproc;
 
-SET SESSION AUTHORIZATION regress_pg15_user;
+SET SESSION AUTHORIZATION regress_mid_user;
 
 -- ---------------------------------------------------------------------
 -- SELECT: leak sees rows 1, 2, 3 and 5 and never a high row.
@@ -63,8 +63,8 @@ RESET SESSION AUTHORIZATION;
 -- Only row 2 changed and only row 1 is gone.
 SELECT id, title, p_label FROM docs ORDER BY id;
 
-\i sql/include/pg15_drop_policy.sql
+\i sql/include/drop_policy_p.sql
 DROP TABLE docs;
 DROP FUNCTION leak(int, int);
-DROP ROLE regress_pg15_user;
+DROP ROLE regress_mid_user;
 \i sql/include/drop_lavrel.sql

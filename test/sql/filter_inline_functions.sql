@@ -6,14 +6,14 @@
 -- Scan in the plan): their bodies are planned, and filtered, on their own.
 -- Functions over unprotected tables are still inlined.
 --
-\i sql/include/pg15_policy.sql
+\i sql/include/policy_p.sql
 CREATE TABLE secrets (id int, info text);
 SELECT lavrel.apply_table_policy('p', 'public', 'secrets');
 INSERT INTO secrets VALUES (1, 'low', 10), (2, 'mid', 20), (3, 'high', 30), (4, 'low two', 10);
 CREATE TABLE open_notes (id int, info text);
 INSERT INTO open_notes VALUES (1, 'one'), (2, 'two'), (3, 'three');
 CREATE VIEW secrets_view AS SELECT id, info FROM secrets;
-GRANT SELECT ON secrets, open_notes, secrets_view TO regress_pg15_user;
+GRANT SELECT ON secrets, open_notes, secrets_view TO regress_mid_user;
 
 CREATE FUNCTION all_secrets() RETURNS SETOF secrets
 LANGUAGE sql STABLE AS $$ SELECT * FROM secrets $$;
@@ -41,9 +41,9 @@ CREATE FUNCTION secrets_like(anyelement) RETURNS SETOF secrets
 LANGUAGE sql STABLE AS $$ SELECT * FROM secrets WHERE id::text = $1::text $$;
 -- A view over a function.
 CREATE VIEW secrets_function_view AS SELECT id, info FROM all_secrets();
-GRANT SELECT ON secrets_function_view TO regress_pg15_user;
+GRANT SELECT ON secrets_function_view TO regress_mid_user;
 
-SET SESSION AUTHORIZATION regress_pg15_user;
+SET SESSION AUTHORIZATION regress_mid_user;
 
 -- ---------------------------------------------------------------------
 -- Not inlined, and filtered: rows 1, 2 and 4, never the high row 3
@@ -98,17 +98,17 @@ SELECT id, info FROM secrets_like(4);
 RESET SESSION AUTHORIZATION;
 SELECT lavrel.apply_table_policy('p', 'public', 'open_notes');
 UPDATE open_notes SET p_label = 10 + 10 * (id - 1);
-SET SESSION AUTHORIZATION regress_pg15_user;
+SET SESSION AUTHORIZATION regress_mid_user;
 EXPLAIN (COSTS OFF) SELECT * FROM all_open_notes();
 SELECT * FROM all_open_notes() ORDER BY id;
 SELECT g, s.id FROM generate_series(1, 3) AS g, LATERAL open_notes_from(g) AS s ORDER BY 1, 2;
 
-\i sql/include/pg15_drop_policy.sql
+\i sql/include/drop_policy_p.sql
 DROP VIEW secrets_function_view;
 DROP FUNCTION all_secrets(), all_open_notes(), secrets_from(int), open_notes_from(int),
               secret_ids(), secrets_by_view(), secrets_again(), elements(anyarray),
               secrets_like(anyelement);
 DROP VIEW secrets_view;
 DROP TABLE secrets, open_notes;
-DROP ROLE regress_pg15_user;
+DROP ROLE regress_mid_user;
 \i sql/include/drop_lavrel.sql

@@ -5,7 +5,7 @@
 -- sub-link of a MERGE is filtered like any other read, and MERGE between
 -- unprotected tables is untouched.
 --
-\i sql/include/pg15_policy.sql
+\i sql/include/policy_p.sql
 CREATE TABLE secrets (id int, info text);
 SELECT lavrel.apply_table_policy('p', 'public', 'secrets');
 INSERT INTO secrets VALUES (1, 'low', 10), (2, 'mid', 20), (3, 'high', 30);
@@ -13,9 +13,9 @@ CREATE VIEW secrets_view AS SELECT id, info FROM secrets;
 CREATE TABLE copies (id int, info text);
 CREATE TABLE src (id int, info text);
 INSERT INTO src VALUES (1, 'one'), (3, 'three'), (4, 'four');
-GRANT SELECT, INSERT, UPDATE, DELETE ON secrets, secrets_view, copies, src TO regress_pg15_user;
+GRANT SELECT, INSERT, UPDATE, DELETE ON secrets, secrets_view, copies, src TO regress_mid_user;
 
-SET SESSION AUTHORIZATION regress_pg15_user;
+SET SESSION AUTHORIZATION regress_mid_user;
 
 -- Into or from a protected table: refused.
 SELECT try_stmt($$MERGE INTO secrets s USING src ON s.id = src.id
@@ -65,8 +65,8 @@ SELECT try_stmt($$MERGE INTO secrets s USING src ON s.id = src.id
                   WHEN MATCHED THEN DELETE$$);
 SELECT * FROM secrets ORDER BY id;
 
-\i sql/include/pg15_drop_policy.sql
+\i sql/include/drop_policy_p.sql
 DROP VIEW secrets_view;
 DROP TABLE secrets, copies, src;
-DROP ROLE regress_pg15_user;
+DROP ROLE regress_mid_user;
 \i sql/include/drop_lavrel.sql

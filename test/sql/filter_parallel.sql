@@ -5,7 +5,7 @@
 -- rest of a plan may still run in workers.  With parallel plans forced,
 -- every result equals the serial one.
 --
-\i sql/include/pg15_policy.sql
+\i sql/include/policy_p.sql
 
 SELECT proname, proparallel FROM pg_proc
  WHERE pronamespace = 'lavrel'::regnamespace
@@ -21,10 +21,10 @@ SELECT lavrel.apply_table_policy('p', 'public', 'items');
 INSERT INTO items SELECT g, g % 5, 10 + 10 * (g % 3) FROM generate_series(1, 3000) AS g;
 CREATE TABLE groups (grp int, name text);
 INSERT INTO groups SELECT g, 'group ' || g FROM generate_series(0, 4) AS g;
-GRANT SELECT ON items, groups TO regress_pg15_user;
+GRANT SELECT ON items, groups TO regress_mid_user;
 ANALYZE items, groups;
 
-SET SESSION AUTHORIZATION regress_pg15_user;
+SET SESSION AUTHORIZATION regress_mid_user;
 
 -- ---------------------------------------------------------------------
 -- Serial plans
@@ -70,7 +70,7 @@ RESET parallel_tuple_cost;
 RESET min_parallel_table_scan_size;
 RESET max_parallel_workers_per_gather;
 
-\i sql/include/pg15_drop_policy.sql
+\i sql/include/drop_policy_p.sql
 DROP TABLE items, groups;
-DROP ROLE regress_pg15_user;
+DROP ROLE regress_mid_user;
 \i sql/include/drop_lavrel.sql
