@@ -1,7 +1,7 @@
 --
 -- The module frame: when access control is in force, how the ids of the
 -- catalog tables and mediation functions are resolved, the flag that marks
--- lavrel's own extension script, and the unload entry point.
+-- lavrel's own extension script, and the hooks the module fills at load.
 --
 CREATE EXTENSION lavrel;
 CREATE EXTENSION lavrel_test;
