@@ -292,6 +292,8 @@ void mac_key_int2(ScanKey key, AttrNumber attno, int16 value);
 void mac_key_int4(ScanKey key, AttrNumber attno, int32 value);
 /* `buf` holds the comparison value and must outlive the scan. */
 void mac_key_name(ScanKey key, AttrNumber attno, NameData *buf, const char *value);
+/* The two keys of a level's or compartment's row: its policy and its id. */
+void mac_element_keys(ScanKey keys, Oid policy_id, int16 id);
 
 void mac_scan_begin(MacCatalogScan *s, Oid relid, LOCKMODE lockmode,
                     int nkeys, ScanKey keys);

@@ -514,8 +514,7 @@ delete_element_tuple(Oid relid, Oid policy_id, int16 id)
 {
     ScanKeyData keys[2];
 
-    mac_key_oid(&keys[0], mac_col::level_policy_oid, policy_id);
-    mac_key_int2(&keys[1], mac_col::level_id, id);
+    mac_element_keys(keys, policy_id, id);
     return delete_first_match(relid, 2, keys);
 }
 

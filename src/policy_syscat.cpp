@@ -415,14 +415,20 @@ get_policy_row(Oid policy_id, MacPolicyRow *row)
  * lavrel_level and lavrel_compartment (same shape: policy, id, name)
  * --------------------------------------------------------------------- */
 
+void
+mac_element_keys(ScanKey keys, Oid policy_id, int16 id)
+{
+    mac_key_oid(&keys[0], mac_col::level_policy_oid, policy_id);
+    mac_key_int2(&keys[1], mac_col::level_id, id);
+}
+
 static char *
 mac_element_name(Oid relid, Oid policy_id, int16 id, const char *missing)
 {
     ScanKeyData keys[2];
     char       *name = nullptr;
 
-    mac_key_oid(&keys[0], mac_col::level_policy_oid, policy_id);
-    mac_key_int2(&keys[1], mac_col::level_id, id);
+    mac_element_keys(keys, policy_id, id);
     mac_lookup_first(relid, 2, keys,
                      [&](MacCatalogScan *s, HeapTuple t) {
                          name = mac_copy_name(s, t, mac_col::level_name);
@@ -452,8 +458,7 @@ mac_element_exists(Oid relid, Oid policy_id, int16 id)
 {
     ScanKeyData keys[2];
 
-    mac_key_oid(&keys[0], mac_col::level_policy_oid, policy_id);
-    mac_key_int2(&keys[1], mac_col::level_id, id);
+    mac_element_keys(keys, policy_id, id);
     return mac_row_exists(relid, 2, keys);
 }
 
