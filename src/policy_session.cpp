@@ -1215,6 +1215,17 @@ MAC_SQL_FUNCTION(LabelUpdateCheck)
  * Session label functions
  * --------------------------------------------------------------------- */
 
+/* Refuses the change unless `upper` dominates `lower`; `message` names the new label. */
+static void
+require_dominance(const MacLabel *upper, const MacLabel *lower, const char *message,
+                  const char *label_str)
+{
+    if (!dominates(upper, lower))
+        ereport(ERROR,
+                (errcode(ERRCODE_SYNTAX_ERROR),
+                 errmsg_internal(message, label_str)));
+}
+
 /* Sets the session's read label below its row label. */
 MAC_SQL_FUNCTION(SetLabel)
 {
@@ -1223,11 +1234,8 @@ MAC_SQL_FUNCTION(SetLabel)
 
     begin_session_label_change(fcinfo, "set label", &change);
     s = change.session;
-    if (!dominates(s->row_label, change.label))
-        ereport(ERROR,
-                (errcode(ERRCODE_SYNTAX_ERROR),
-                 errmsg("cur row label must dominates new label \"%s\"", change.label_str)));
-
+    require_dominance(s->row_label, change.label,
+                      "cur row label must dominates new label \"%s\"", change.label_str);
     replace_label(&s->read_label, session_glb(change.label, s->min_write_label));
     end_session_label_change(&change);
     PG_RETURN_VOID();
@@ -1241,15 +1249,10 @@ MAC_SQL_FUNCTION(SetRowLabel)
 
     begin_session_label_change(fcinfo, "set row label", &change);
     s = change.session;
-    if (!dominates(s->write_label, change.label))
-        ereport(ERROR,
-                (errcode(ERRCODE_SYNTAX_ERROR),
-                 errmsg("cur write label must dominates new row label %s", change.label_str)));
-    if (!dominates(change.label, s->min_write_label))
-        ereport(ERROR,
-                (errcode(ERRCODE_SYNTAX_ERROR),
-                 errmsg("min write must be dominated by new row label %s", change.label_str)));
-
+    require_dominance(s->write_label, change.label,
+                      "cur write label must dominates new row label %s", change.label_str);
+    require_dominance(change.label, s->min_write_label,
+                      "min write must be dominated by new row label %s", change.label_str);
     replace_label(&s->row_label, session_copy_label(change.label));
     end_session_label_change(&change);
     PG_RETURN_VOID();
