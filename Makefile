@@ -19,6 +19,7 @@ SRCS = src/host/guard.cpp \
        src/policy_label.cpp \
        src/policy_cmds.cpp \
        src/policy_user.cpp \
+       src/policy_refusal.cpp \
        src/policy_session.cpp \
        src/rewritemac.cpp \
        src/policy_utility_stmt_hooking.cpp \

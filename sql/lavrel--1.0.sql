@@ -256,6 +256,25 @@ CREATE FUNCTION lavrel.show_label_mediation()
 RETURNS TABLE(label_id integer, policy_id oid, information_mask integer)
 AS 'MODULE_PATHNAME', 'ShowLabelMediation' LANGUAGE C;
 
+-- The calling session's own labels, as label strings (anyone).
+CREATE FUNCTION lavrel.my_labels()
+RETURNS TABLE(policy_name name, read_label text, min_write_label text, write_label text,
+              row_label text, default_row_label text, privileges text)
+AS 'MODULE_PATHNAME', 'MyLabels' LANGUAGE C STABLE PARALLEL RESTRICTED;
+
+-- ---------------------------------------------------------------------
+-- Listings with labels as strings (administrator only)
+-- ---------------------------------------------------------------------
+
+CREATE FUNCTION lavrel.labels()
+RETURNS TABLE(policy_name name, label_id integer, label text)
+AS 'MODULE_PATHNAME', 'ListLabels' LANGUAGE C STABLE;
+
+CREATE FUNCTION lavrel.authorizations()
+RETURNS TABLE(policy_name name, user_name name, max_read_label text, max_write_label text,
+              min_write_label text, def_label text, row_label text, privileges text)
+AS 'MODULE_PATHNAME', 'ListAuthorizations' LANGUAGE C STABLE;
+
 -- ---------------------------------------------------------------------
 -- Conversions and listings (anyone)
 -- ---------------------------------------------------------------------
@@ -265,6 +284,12 @@ RETURNS varchar AS 'MODULE_PATHNAME', 'LabelToChar' LANGUAGE C;
 
 CREATE FUNCTION lavrel.char_to_label(policy_name text, label text)
 RETURNS integer AS 'MODULE_PATHNAME', 'CharToLabel' LANGUAGE C;
+
+-- A row's label as its string, for SELECT lists: null for null and for an
+-- id that names no label.
+CREATE FUNCTION lavrel.label(label_id integer)
+RETURNS text AS 'MODULE_PATHNAME', 'LabelText'
+LANGUAGE C STABLE STRICT PARALLEL RESTRICTED;
 
 CREATE FUNCTION lavrel.privs_to_char(privs integer)
 RETURNS varchar AS 'MODULE_PATHNAME', 'PrivsToChar' LANGUAGE C;
@@ -445,6 +470,70 @@ BEGIN
     RETURN moved;
 END
 $$;
+
+-- ---------------------------------------------------------------------
+-- Descriptions, as \df+ and \dt+ show them
+-- ---------------------------------------------------------------------
+
+COMMENT ON SEQUENCE lavrel.lavrel_policy_oid_seq IS 'Ids of new policies';
+COMMENT ON TABLE lavrel.lavrel_policy IS 'Policies: name, policy column, whether the column is hidden, whether the policy is enabled';
+COMMENT ON TABLE lavrel.lavrel_level IS 'Levels of each policy: id (a higher id dominates a lower one) and name';
+COMMENT ON TABLE lavrel.lavrel_compartment IS 'Compartments of each policy: id and name';
+COMMENT ON TABLE lavrel.lavrel_label IS 'Labels: label id, policy, level and compartment ids; lavrel.labels() shows them as strings';
+COMMENT ON TABLE lavrel.lavrel_policy_enforcement IS 'Tables under each policy';
+COMMENT ON TABLE lavrel.lavrel_user IS 'User authorizations: levels, compartment ids and privilege mask per user and policy; lavrel.authorizations() shows them as strings';
+COMMENT ON TABLE lavrel.lavrel_obj IS 'Labels of views, functions and procedures';
+COMMENT ON TABLE lavrel.lavrel_object_names IS 'Names of the objects the catalogs refer to by oid, written by lavrel.sync_object_names() for pg_dump';
+
+COMMENT ON FUNCTION lavrel.create_policy(text, text, boolean) IS 'Create a policy and name its policy column (administrator)';
+COMMENT ON FUNCTION lavrel.drop_policy(text, boolean) IS 'Drop a policy, its labels and authorizations, and release its tables (administrator)';
+COMMENT ON FUNCTION lavrel.enable_policy(text) IS 'Mediate the tables of a policy again (administrator)';
+COMMENT ON FUNCTION lavrel.disable_policy(text) IS 'Stop mediating the tables of a policy (administrator)';
+COMMENT ON FUNCTION lavrel.create_level(text, text, integer) IS 'Create a level of a policy (administrator)';
+COMMENT ON FUNCTION lavrel.drop_level(text, integer) IS 'Drop a level of a policy by id (administrator)';
+COMMENT ON FUNCTION lavrel.drop_level(text, text) IS 'Drop a level of a policy by name (administrator)';
+COMMENT ON FUNCTION lavrel.create_compartment(text, text, integer) IS 'Create a compartment of a policy (administrator)';
+COMMENT ON FUNCTION lavrel.drop_compartment(text, integer) IS 'Drop a compartment of a policy by id (administrator)';
+COMMENT ON FUNCTION lavrel.drop_compartment(text, text) IS 'Drop a compartment of a policy by name (administrator)';
+COMMENT ON FUNCTION lavrel.create_label(text, text, integer) IS 'Create a label of a policy with a label id (administrator)';
+COMMENT ON FUNCTION lavrel.alter_label(text, integer, text) IS 'Change the level and compartments of a label given by id (administrator)';
+COMMENT ON FUNCTION lavrel.alter_label(text, text, text) IS 'Change the level and compartments of a label given by string (administrator)';
+COMMENT ON FUNCTION lavrel.drop_label(text, integer) IS 'Drop a label by id (administrator)';
+COMMENT ON FUNCTION lavrel.drop_label(text, text) IS 'Drop a label by string (administrator)';
+COMMENT ON FUNCTION lavrel.apply_table_policy(text, text, text) IS 'Put a table under a policy, adding its policy column (administrator)';
+COMMENT ON FUNCTION lavrel.remove_table_policy(text, text, text, boolean) IS 'Release a table from a policy (administrator)';
+COMMENT ON FUNCTION lavrel.apply_object_policy(text, text, text, text, text) IS 'Label a view, function or procedure (administrator)';
+COMMENT ON FUNCTION lavrel.drop_object_policy(text, text, text, text) IS 'Remove the label of a view, function or procedure (administrator)';
+COMMENT ON FUNCTION lavrel.set_user_labels(text, text, text, text, text, text, text) IS 'Authorize a user under a policy with his five labels (administrator)';
+COMMENT ON FUNCTION lavrel.set_levels(text, text, text, text, text, text) IS 'Authorize a user, or change his authorization, by levels (administrator)';
+COMMENT ON FUNCTION lavrel.set_compartments(text, text, text, text, text, text, text) IS 'Change the compartments of a user''s authorization (administrator)';
+COMMENT ON FUNCTION lavrel.set_default_label(text, text, text) IS 'Change the default label of a user''s authorization (administrator)';
+COMMENT ON FUNCTION lavrel.set_row_label(text, text, text) IS 'Change the row label of a user''s authorization (administrator)';
+COMMENT ON FUNCTION lavrel.drop_user_access(text, text) IS 'Remove a user''s authorization under a policy (administrator)';
+COMMENT ON FUNCTION lavrel.set_user_privs(text, text, text) IS 'Set a user''s privileges under a policy: READ, FULL, WRITEUP, WRITEDOWN, WRITEACROSS (administrator)';
+COMMENT ON FUNCTION lavrel.set_session_label(text, text) IS 'Set the read label of the administrator''s own session';
+COMMENT ON FUNCTION lavrel.set_session_row_label(text, text) IS 'Set the row label of the administrator''s own session';
+COMMENT ON FUNCTION lavrel.show_session_labels() IS 'The labels of the administrator''s own session, per policy';
+COMMENT ON FUNCTION lavrel.show_label_lookup() IS 'The default row label id and readable label id range of the administrator''s own session';
+COMMENT ON FUNCTION lavrel.show_label_mediation() IS 'The mediation mask of every label the administrator''s own session may see';
+COMMENT ON FUNCTION lavrel.my_labels() IS 'The labels and privileges of the calling session, per policy, as strings (anyone)';
+COMMENT ON FUNCTION lavrel.labels() IS 'Every label of every policy, as a string (administrator)';
+COMMENT ON FUNCTION lavrel.authorizations() IS 'Every user''s authorization, with labels as strings and privileges by name (administrator)';
+COMMENT ON FUNCTION lavrel.label_to_char(integer) IS 'The label string of a label id';
+COMMENT ON FUNCTION lavrel.char_to_label(text, text) IS 'The label id of a label string of a policy';
+COMMENT ON FUNCTION lavrel.label(integer) IS 'A row''s label as its string, null when the id names no label (anyone)';
+COMMENT ON FUNCTION lavrel.privs_to_char(integer) IS 'The privilege names of a privilege mask';
+COMMENT ON FUNCTION lavrel.policies() IS 'Every policy and its policy column';
+COMMENT ON FUNCTION lavrel.policy_enforcements() IS 'Every table under every policy';
+COMMENT ON FUNCTION lavrel.read_mediation(oid, integer) IS 'Whether the session reads rows of a label (the label filter)';
+COMMENT ON FUNCTION lavrel.write_mediation(oid, integer) IS 'True if the session writes rows of a label, else an error (UPDATE and DELETE)';
+COMMENT ON FUNCTION lavrel.label_insert(oid, integer) IS 'The label if the session may store it, else an error (INSERT, UPDATE, COPY FROM)';
+COMMENT ON FUNCTION lavrel.label_update(oid, integer, integer) IS 'The new label if the session may change a row''s label to it, else an error (UPDATE)';
+COMMENT ON FUNCTION lavrel.table_guard(integer) IS 'Row-level security guard of a protected table: fails wherever it runs';
+COMMENT ON FUNCTION lavrel.generate_default_label_value(oid) IS 'The label id of a new row without a label (the policy column''s default)';
+COMMENT ON FUNCTION lavrel.policy_read_max_label_id(oid) IS 'The highest label id the session may see (the label filter''s range)';
+COMMENT ON FUNCTION lavrel.policy_read_min_label_id(oid) IS 'The lowest label id the session may see (the label filter''s range)';
+COMMENT ON FUNCTION lavrel.sync_object_names() IS 'Record the names of the objects the catalogs refer to, or point the catalogs at them after a restore (administrator)';
 
 -- ---------------------------------------------------------------------
 -- Privileges.  The catalogs are written only by the module's functions

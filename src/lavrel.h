@@ -23,6 +23,7 @@
  *   policy_cmds.cpp          policies, levels, compartments, table and
  *                            object policies, catalog listings
  *   policy_user.cpp          user authorizations and privileges
+ *   policy_refusal.cpp       the DETAIL and HINT of a refused write
  *   policy_session.cpp       the session's labels, its mediation caches and
  *                            the four row checks
  *   rewritemac.cpp           the label filter
@@ -191,6 +192,8 @@ extern uint64 mac_relcache_generation;
 /* Refuses with "enable_mac must be true" while access control is off. */
 PGDLLEXPORT void mac_enabled_check(void);
 PGDLLEXPORT void MacPermissionCheck(const char *action);
+/* MacPermissionCheck, with a hint for those it refuses (NULL: none). */
+void mac_permission_check_hint(const char *action, const char *hint);
 /*
  * The prologue of every function that changes the catalogs: the permission
  * check, then the refusal in a read-only transaction, then the wait for
@@ -198,6 +201,8 @@ PGDLLEXPORT void MacPermissionCheck(const char *action);
  */
 void mac_catalog_change_check(FunctionCallInfo fcinfo, const char *action);
 PGDLLEXPORT pg_attribute_noreturn() void RaiseNullArgException(const char *what);
+/* A string as a datum of SQL type name, for the columns of listings. */
+Datum mac_name_datum(const char *str);
 /* A label string as given: refused when empty or over the length limit. */
 char *mac_label_string_check(char *str);
 
@@ -436,6 +441,36 @@ constexpr uint16 MAC_PRIV_WRITEACROSS = 0x10;
 constexpr uint16 MAC_PRIV_ALL = 0x1F;
 
 PGDLLEXPORT char *MacPrivsToCstringPrivs(uint16 privs);
+
+/* ---------------------------------------------------------------------
+ * policy_refusal.cpp: what a refused write tells the user
+ * --------------------------------------------------------------------- */
+
+struct MacSessionLabel;         /* policy_session.cpp, below */
+
+/* The DETAIL and HINT of a refusal; either may be NULL. */
+typedef struct MacRefusal
+{
+    const char *detail;
+    const char *hint;
+} MacRefusal;
+
+/* Inside ereport(): adds the refusal's DETAIL and HINT to the error. */
+int mac_errrefusal(const MacRefusal *why);
+/*
+ * The refusals of the row checks.  `s` is the session's record for the
+ * policy, NULL when the user holds no authorization under it; a row label
+ * is named only when `readable` says the session may read it.
+ */
+MacRefusal mac_write_refusal(Oid policy_id, const MacSessionLabel *s, bool isnull,
+                             int32 label_id, bool readable);
+MacRefusal mac_insert_refusal(Oid policy_id, const MacSessionLabel *s, bool isnull,
+                              int32 label_id);
+MacRefusal mac_update_refusal(Oid policy_id, const MacSessionLabel *s,
+                              bool old_isnull, int32 old_label_id, bool old_readable,
+                              bool new_isnull, int32 new_label_id);
+/* Why a new row gets no default label under the policy. */
+MacRefusal mac_default_label_refusal(Oid policy_id, const MacSessionLabel *s);
 
 /* ---------------------------------------------------------------------
  * policy_session.cpp: session label state, caches and row checks

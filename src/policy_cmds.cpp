@@ -1090,3 +1090,35 @@ MAC_SQL_FUNCTION(GetLavrelPolicyEnforcement)
     return list_catalog(fcinfo, MacPolicyEnforcementRelationId,
                         enforcement_listing, lengthof(enforcement_listing));
 }
+
+/*
+ * labels(): every label of every policy, its policy by name and the label
+ * as its string.  The administrator's.
+ */
+MAC_SQL_FUNCTION(ListLabels)
+{
+    ReturnSetInfo *rsinfo = (ReturnSetInfo *) fcinfo->resultinfo;
+    MacCatalogScan scan;
+    HeapTuple   tuple;
+
+    MacPermissionCheck("list labels");
+    InitMaterializedSRF(fcinfo, 0);
+    mac_scan_begin(&scan, MacLabelRelationId, AccessShareLock, 0, NULL);
+    while ((tuple = mac_scan_next(&scan)) != NULL)
+    {
+        Oid         policy_id = DatumGetObjectId(mac_scan_getattr(&scan, tuple, mac_col::label_policy_oid, NULL));
+        const int2vector *comps = (const int2vector *)
+            DatumGetPointer(mac_scan_getattr(&scan, tuple, mac_col::label_compartments, NULL));
+        MacLabel    label = {DatumGetInt16(mac_scan_getattr(&scan, tuple, mac_col::label_level_id, NULL)),
+                             int2vector_to_bms(comps)};
+        Datum       values[3];
+        bool        nulls[3] = {};
+
+        values[0] = mac_name_datum(get_policy_name(policy_id));
+        values[1] = mac_scan_getattr(&scan, tuple, mac_col::label_id, NULL);
+        values[2] = CStringGetTextDatum(MacLabelToCString(policy_id, &label));
+        tuplestore_putvalues(rsinfo->setResult, rsinfo->setDesc, values, nulls);
+    }
+    mac_scan_end(&scan);
+    return (Datum) 0;
+}

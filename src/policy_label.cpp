@@ -430,6 +430,22 @@ MAC_SQL_FUNCTION(LabelToChar)
     PG_RETURN_DATUM(result);
 }
 
+/*
+ * label(label_id int4) RETURNS text, strict: the label string of a label
+ * id, as label_to_char prints it, and null for an id that names no label,
+ * so that it can show the policy column of any row a query returns.
+ */
+MAC_SQL_FUNCTION(LabelText)
+{
+    int32       label_id = PG_GETARG_INT32(0);
+    Oid         policy_id;
+
+    mac_enabled_check();
+    if (!mac_valid_label_id(label_id) || mac_label_by_id(label_id, &policy_id) == NULL)
+        PG_RETURN_NULL();
+    PG_RETURN_TEXT_P(cstring_to_text(label_to_char(label_id)));
+}
+
 /* char_to_label(policy_name text, label text) RETURNS int4 */
 MAC_SQL_FUNCTION(CharToLabel)
 {

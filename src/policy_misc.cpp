@@ -27,14 +27,21 @@ mac_enabled_check(void)
 }
 
 void
-MacPermissionCheck(const char *action)
+mac_permission_check_hint(const char *action, const char *hint)
 {
     mac_enabled_check();
     /* Only the bootstrap superuser administers; other superusers do not. */
     if (GetUserId() != MacAdminRoleId)
         ereport(ERROR,
                 (errcode(ERRCODE_INSUFFICIENT_PRIVILEGE),
-                 errmsg("permission denied to %s", action)));
+                 errmsg("permission denied to %s", action),
+                 hint != NULL ? errhint("%s", hint) : 0));
+}
+
+void
+MacPermissionCheck(const char *action)
+{
+    mac_permission_check_hint(action, NULL);
 }
 
 /*
@@ -52,6 +59,12 @@ mac_catalog_change_check(FunctionCallInfo fcinfo, const char *action)
     MacPermissionCheck(action);
     PreventCommandIfReadOnly(psprintf("%s()", get_func_name(fcinfo->flinfo->fn_oid)));
     LockRelationOid(MacPolicyRelationId, ShareRowExclusiveLock);
+}
+
+Datum
+mac_name_datum(const char *str)
+{
+    return DirectFunctionCall1(namein, CStringGetDatum(str));
 }
 
 void

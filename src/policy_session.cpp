@@ -726,11 +726,18 @@ label_change_mask(const MacSessionLabel *s, const MacLabel *old_label,
 /* A session label change requested by SetLabel or SetRowLabel. */
 struct SessionLabelChange
 {
+    Oid         policy_id;
     char       *policy_name;
     char       *label_str;
     MacLabel   *label;
     MacSessionLabel *session;
 };
+
+/* What the session functions tell a user they refuse. */
+const char *const set_labels_hint =
+    "A user's session works with the labels of his authorization, which lavrel.my_labels() shows.";
+const char *const show_labels_hint =
+    "Any user sees the labels of his own session with lavrel.my_labels().";
 
 void
 begin_session_label_change(FunctionCallInfo fcinfo, const char *action,
@@ -738,10 +745,11 @@ begin_session_label_change(FunctionCallInfo fcinfo, const char *action,
 {
     Oid         policy_id;
 
-    MacPermissionCheck(action);
+    mac_permission_check_hint(action, set_labels_hint);
     change->policy_name = CheckPolicyNameArg(MAC_ARG(0));
     change->label_str = CheckLabelStrArg(MAC_ARG(1));
     policy_id = mac_lock_policy(change->policy_name, AccessShareLock);
+    change->policy_id = policy_id;
     change->label = CStringToMACLabel(policy_id, change->label_str);
     change->session = mac_SessionLabelHTLookup(policy_id);
     if (change->session == NULL)
@@ -879,7 +887,7 @@ show_session_table(FunctionCallInfo fcinfo, const SessionTableView &view)
     {
         MemoryContext old;
 
-        MacPermissionCheck(view.action);
+        mac_permission_check_hint(view.action, show_labels_hint);
         funcctx = SRF_FIRSTCALL_INIT();
         old = MemoryContextSwitchTo(funcctx->multi_call_memory_ctx);
         funcctx->user_fctx = materialize_view(fcinfo, &view, funcctx);
@@ -1171,10 +1179,14 @@ MAC_SQL_FUNCTION(WriteMediation)
     if ((mask & MAC_MED_WRITE) == 0)
     {
         char       *policy_name = get_policy_name(policy_id);
+        MacRefusal  why = mac_write_refusal(policy_id, find_session_label(policy_id),
+                                            PG_ARGISNULL(1), label_arg(fcinfo, 1),
+                                            (mask & MAC_MED_READ) != 0);
 
         ereport(ERROR,
                 (errcode(ERRCODE_SYNTAX_ERROR),
-                 errmsg("unauthorized write access for policy %s", policy_name)));
+                 errmsg("unauthorized write access for policy %s", policy_name),
+                 mac_errrefusal(&why)));
     }
     PG_RETURN_BOOL(true);
 }
@@ -1187,9 +1199,15 @@ MAC_SQL_FUNCTION(LabelInsertCheck)
                                                 label_arg(fcinfo, 1));
 
     if ((mask & MAC_MED_INSERT) == 0)
+    {
+        MacRefusal  why = mac_insert_refusal(policy_id, find_session_label(policy_id),
+                                             PG_ARGISNULL(1), label_arg(fcinfo, 1));
+
         ereport(ERROR,
                 (errcode(ERRCODE_SYNTAX_ERROR),
-                 errmsg("label insert check failed due to invalid new label")));
+                 errmsg("label insert check failed due to invalid new label"),
+                 mac_errrefusal(&why)));
+    }
     return return_label_arg(fcinfo, 1);
 }
 
@@ -1205,9 +1223,18 @@ MAC_SQL_FUNCTION(LabelUpdateCheck)
                                                 PG_ARGISNULL(2), label_arg(fcinfo, 2));
 
     if ((mask & MAC_MED_UPD_SAME) != MAC_MED_UPD_SAME)
+    {
+        bool        old_readable = (LookupLabelAccessResults(policy_id, PG_ARGISNULL(1),
+                                                             label_arg(fcinfo, 1)) & MAC_MED_READ) != 0;
+        MacRefusal  why = mac_update_refusal(policy_id, find_session_label(policy_id),
+                                             PG_ARGISNULL(1), label_arg(fcinfo, 1), old_readable,
+                                             PG_ARGISNULL(2), label_arg(fcinfo, 2));
+
         ereport(ERROR,
                 (errcode(ERRCODE_SYNTAX_ERROR),
-                 errmsg("label update check failed")));
+                 errmsg("label update check failed"),
+                 mac_errrefusal(&why)));
+    }
     return return_label_arg(fcinfo, 2);
 }
 
@@ -1226,6 +1253,26 @@ require_dominance(const MacLabel *upper, const MacLabel *lower, const char *mess
                  errmsg_internal(message, label_str)));
 }
 
+/*
+ * Tells the session that its new read label is below the label it asked
+ * for: the read label never rises above the min write label.
+ */
+static void
+notice_read_label_held(Oid policy_id, const MacSessionLabel *s, const MacLabel *asked)
+{
+    if (compare_mac_label(s->read_label, asked) == LABEL_EQUAL)
+        return;
+    ereport(NOTICE,
+            (errmsg("session read label under policy \"%s\" is \"%s\", not \"%s\"",
+                    get_policy_name(policy_id), MacLabelToCString(policy_id, s->read_label),
+                    MacLabelToCString(policy_id, asked)),
+             errdetail("The read label is the greatest lower bound of the label asked for "
+                       "and the min write label \"%s\".",
+                       MacLabelToCString(policy_id, s->min_write_label)),
+             errhint("A min write label that dominates the label asked for, set with "
+                     "lavrel.set_user_labels(), lets the session read up to it.")));
+}
+
 /* Sets the session's read label below its row label. */
 MAC_SQL_FUNCTION(SetLabel)
 {
@@ -1237,6 +1284,7 @@ MAC_SQL_FUNCTION(SetLabel)
     require_dominance(s->row_label, change.label,
                       "cur row label must dominates new label \"%s\"", change.label_str);
     replace_label(&s->read_label, session_glb(change.label, s->min_write_label));
+    notice_read_label_held(change.policy_id, s, change.label);
     end_session_label_change(&change);
     PG_RETURN_VOID();
 }
@@ -1273,6 +1321,62 @@ MAC_SQL_FUNCTION(ShowLabelMediation)
     return show_session_table(fcinfo, {"show lable mediation", MacLabelMediationHT, 3, mediation_row});
 }
 
+/* The label string of a label id, null for 0 (no label). */
+static Datum
+label_id_text(int32 label_id, bool *isnull)
+{
+    Oid         policy_id;
+    const MacLabel *label = label_id != 0 ? mac_label_by_id(label_id, &policy_id) : NULL;
+
+    *isnull = label == NULL;
+    return label != NULL ? label_text(policy_id, label) : (Datum) 0;
+}
+
+/* The columns of my_labels(), in order. */
+enum MyLabelsColumn
+{
+    MY_POLICY, MY_READ, MY_MIN_WRITE, MY_WRITE, MY_ROW, MY_DEFAULT_ROW, MY_PRIVILEGES,
+    MY_NCOLUMNS
+};
+
+/*
+ * my_labels(): for every policy the session user is authorized under, the
+ * session's labels as label strings and its privileges by name.  Any user
+ * may call it; with access control off it returns no rows.
+ */
+MAC_SQL_FUNCTION(MyLabels)
+{
+    ReturnSetInfo *rsinfo = (ReturnSetInfo *) fcinfo->resultinfo;
+    List       *entries;
+    ListCell   *lc;
+
+    InitMaterializedSRF(fcinfo, 0);
+    if (!MAC_isenable())
+        return (Datum) 0;
+    entries = mac_ht_entries(MacSessionLabelHT);
+    foreach(lc, entries)
+    {
+        const MacHashEntry *entry = (const MacHashEntry *) lfirst(lc);
+        const MacSessionLabel *s = (const MacSessionLabel *) entry->record;
+        Oid         policy_id = entry->key;
+        Datum       values[MY_NCOLUMNS];
+        bool        nulls[MY_NCOLUMNS] = {};
+
+        values[MY_POLICY] = mac_name_datum(get_policy_name(policy_id));
+        values[MY_READ] = label_text(policy_id, s->read_label);
+        values[MY_MIN_WRITE] = label_text(policy_id, s->min_write_label);
+        values[MY_WRITE] = label_text(policy_id, s->write_label);
+        values[MY_ROW] = label_text(policy_id, s->row_label);
+        values[MY_DEFAULT_ROW] = label_id_text(lookup_info_field(policy_id,
+                                                                 &MacLabelLookupInfo::default_row_label_id),
+                                               &nulls[MY_DEFAULT_ROW]);
+        values[MY_PRIVILEGES] = CStringGetTextDatum(MacPrivsToCstringPrivs(s->privs));
+        tuplestore_putvalues(rsinfo->setResult, rsinfo->setDesc, values, nulls);
+    }
+    list_free(entries);
+    return (Datum) 0;
+}
+
 /* The policy column's default: the session's default row label id. */
 MAC_SQL_FUNCTION(GenDefaultLabelValue)
 {
@@ -1280,7 +1384,14 @@ MAC_SQL_FUNCTION(GenDefaultLabelValue)
                                          &MacLabelLookupInfo::default_row_label_id);
 
     if (label_id == 0)
-        elog(WARNING, "can not compute a valid default label using session row label");
+    {
+        Oid         policy_id = PG_GETARG_OID(0);
+        MacRefusal  why = mac_default_label_refusal(policy_id, find_session_label(policy_id));
+
+        ereport(WARNING,
+                (errmsg_internal("can not compute a valid default label using session row label"),
+                 mac_errrefusal(&why)));
+    }
     PG_RETURN_INT32(label_id);
 }
 

@@ -334,6 +334,21 @@ copy_policy_of_column(MacCopyState *copy, AttrNumber attnum)
 }
 
 /*
+ * While a field is read as a label string: a field of digits, which no
+ * label string is, is a label id, as COPY TO without "label" writes them,
+ * and its error says how to write a file that COPY FROM can read.
+ */
+static void
+label_id_field_hint(void *arg)
+{
+    const char *field = (const char *) arg;
+
+    if (strspn(field, "0123456789") == strlen(field))
+        errhint("The policy column takes label strings, not label ids: write the file "
+                "with COPY ... TO ... (label).");
+}
+
+/*
  * The label id of a label string read for the policy's column.  Each
  * distinct string is looked up once per COPY.  The answer cannot go stale
  * within it: the shared lock on the policy, taken at its first lookup and
@@ -353,12 +368,15 @@ copy_label_id(MacCopyState *copy, CopyPolicy *policy, const char *text)
     if (entry == NULL)
     {
         char       *str = mac_label_string_check(pstrdup(text));
+        ErrorContextCallback hint = {error_context_stack, label_id_field_hint, str};
 
         if (!policy->locked)
             mac_lock_policy_id(policy->policy_id, AccessShareLock);
         policy->locked = true;
+        error_context_stack = &hint;
         int32       label_id = mac_label_id_of_string(policy->policy_id, str);
 
+        error_context_stack = hint.previous;
         text = MemoryContextStrdup(copy->context, text);
         entry = (LabelCacheEntry *) hash_search(policy->labels, &text, HASH_ENTER, NULL);
         entry->label_id = label_id;

@@ -8,8 +8,11 @@ CREATE EXTENSION lavrel;
 CREATE ROLE regress_ref_user LOGIN;
 CREATE ROLE regress_ref_other;
 
--- Who may call what
-\i sql/include/try_stmt.sql
+-- Who may call what.  psql works from the repository's root, where the
+-- page's reader runs it too.
+\getenv abs_srcdir PG_ABS_SRCDIR
+\cd :abs_srcdir/..
+\i test/sql/include/try_stmt.sql
 \c - regress_ref_user
 SELECT call, try_stmt('SELECT lavrel.' || call) AS outcome FROM (VALUES
     ($$create_policy('p', 'c')$$), ($$drop_policy('p')$$),
@@ -28,7 +31,8 @@ SELECT call, try_stmt('SELECT lavrel.' || call) AS outcome FROM (VALUES
     ($$set_user_privs('p', 'u', 'READ')$$),
     ($$set_session_label('p', 'l')$$), ($$set_session_row_label('p', 'l')$$),
     ($$show_session_labels()$$), ($$show_label_lookup()$$),
-    ($$show_label_mediation()$$), ($$sync_object_names()$$)) AS v(call);
+    ($$show_label_mediation()$$), ($$labels()$$), ($$authorizations()$$),
+    ($$sync_object_names()$$)) AS v(call);
 \c - postgres
 CREATE ROLE regress_ref_super SUPERUSER;
 SET ROLE regress_ref_super;
@@ -162,6 +166,9 @@ SELECT id, title, clearance FROM documents ORDER BY id;
 DELETE FROM documents WHERE id IN (7, 8);
 SELECT lavrel.set_user_privs('company', 'regress_ref_user', NULL);
 
+-- authorizations
+SELECT * FROM lavrel.authorizations() ORDER BY policy_name, user_name;
+
 -- set_session_label, set_session_row_label
 SELECT lavrel.set_user_labels('company', 'postgres', 'secret:sales,hr',
                               min_write_label => 'internal',
@@ -177,6 +184,13 @@ SELECT lavrel.set_session_label('"Projects"', 'open');
 SELECT * FROM lavrel.show_session_labels();
 SELECT * FROM lavrel.show_label_lookup();
 SELECT * FROM lavrel.show_label_mediation() ORDER BY label_id;
+
+-- my_labels
+SELECT * FROM lavrel.my_labels();
+\c - regress_ref_user
+SELECT * FROM lavrel.my_labels();
+SELECT * FROM lavrel.show_session_labels();
+\c - postgres
 SELECT lavrel.set_user_privs('company', 'postgres', 'FULL');
 \c
 
@@ -195,6 +209,9 @@ SELECT lavrel.drop_label('company', 'secret');
 SELECT id, title, clearance FROM documents WHERE id = 5;
 SELECT lavrel.label_to_char(300);
 UPDATE documents SET clearance = 310 WHERE id = 5;
+
+-- labels
+SELECT * FROM lavrel.labels() ORDER BY label_id;
 
 -- drop_level, drop_compartment
 SELECT lavrel.create_level('company', 'top', 40),
@@ -239,6 +256,11 @@ SELECT lavrel.char_to_label('company', 'secret:sales,');
 SELECT lavrel.char_to_label('company', 'secret :sales');
 SELECT lavrel.char_to_label('company', 'secret:sales,sales');
 SELECT lavrel.privs_to_char(3), lavrel.privs_to_char(28), lavrel.privs_to_char(0);
+
+-- label
+INSERT INTO documents VALUES (7, 'no label', NULL), (8, 'no such label', 999);
+SELECT id, title, lavrel.label(clearance) FROM documents ORDER BY id;
+DELETE FROM documents WHERE id IN (7, 8);
 
 -- Listings
 SELECT * FROM lavrel.policies();
@@ -326,4 +348,4 @@ DROP VIEW authorizations, document_titles;
 DROP TABLE documents;
 DROP FUNCTION merger_code(), try_stmt(text);
 DROP ROLE regress_ref_user, regress_ref_other, regress_ref_super;
-\i sql/include/drop_lavrel.sql
+\i test/sql/include/drop_lavrel.sql

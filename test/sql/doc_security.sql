@@ -137,9 +137,12 @@ DELETE FROM documents WHERE id = 14;
 \c - postgres
 SELECT count(*) FROM attachments;
 
--- Refused statements
+-- Refused statements.  psql works from the repository's root, where the
+-- page's reader runs it too.
 \c - postgres
-\i sql/include/try_stmt.sql
+\getenv abs_srcdir PG_ABS_SRCDIR
+\cd :abs_srcdir/..
+\i test/sql/include/try_stmt.sql
 SELECT stmt, try_stmt(stmt) AS outcome FROM (VALUES
     ($$DROP TABLE notes$$),
     ($$DROP ROLE regress_sec_bob$$),
@@ -240,4 +243,4 @@ DROP SCHEMA archive CASCADE;
 DROP TABLE attachments, comments, documents, notes, tasks;
 DROP FUNCTION count_documents(), raise_label(), try_stmt(text);
 DROP ROLE regress_sec_bob, regress_sec_dave, regress_sec_super, regress_sec_owner;
-\i sql/include/drop_lavrel.sql
+\i test/sql/include/drop_lavrel.sql
