@@ -46,11 +46,33 @@ SELECT p.oid::regprocedure::text AS function, pg_get_function_arguments(p.oid) A
                      'set_user_labels', 'set_levels', 'set_compartments')
  ORDER BY 1;
 
+-- Every function, catalog table and the sequence has a description, which
+-- \df+ and \dt+ show: the first query lists those without one, the second
+-- how many have one.
+SELECT pg_describe_object(classid, objid, 0) AS undescribed
+  FROM pg_depend
+ WHERE refclassid = 'pg_extension'::regclass
+   AND refobjid = (SELECT oid FROM pg_extension WHERE extname = 'lavrel')
+   AND deptype = 'e'
+   AND obj_description(objid, classid::regclass::name) IS NULL
+ ORDER BY 1;
+SELECT classid::regclass AS catalog, count(*) AS described
+  FROM pg_depend
+ WHERE refclassid = 'pg_extension'::regclass
+   AND refobjid = (SELECT oid FROM pg_extension WHERE extname = 'lavrel')
+   AND deptype = 'e'
+   AND obj_description(objid, classid::regclass::name) IS NOT NULL
+ GROUP BY 1 ORDER BY 1;
+\df+ lavrel.my_labels
+\dt+ lavrel.lavrel_user
+
 -- Ordinary users may call the mediation functions but never touch the catalogs.
 CREATE ROLE install_user LOGIN;
 \c - install_user
 SELECT lavrel.read_mediation(1, 1), lavrel.policy_read_max_label_id(1),
        lavrel.policy_read_min_label_id(1), lavrel.generate_default_label_value(1);
+SELECT * FROM lavrel.my_labels();
+SELECT lavrel.label(1);
 SELECT * FROM lavrel.lavrel_policy;
 INSERT INTO lavrel.lavrel_label VALUES (1, 1, 1, '', NULL);
 SELECT nextval('lavrel.lavrel_policy_oid_seq');
