@@ -11,7 +11,7 @@ set -euo pipefail
 . "$(dirname "$0")/lib.sh"
 
 DEMO_DIR=/var/tmp/lavrel-demo
-DEMO_USERS="alice bob carol dave erin"
+DEMO_USERS="alice bob carol dave erin frank"
 
 demo_port() {
     sed -n 's/^port = //p' "$DEMO_DIR/data/postgresql.conf"

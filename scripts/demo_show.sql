@@ -7,18 +7,6 @@ SET client_min_messages = warning;
 CREATE TEMP TABLE seen (who name, kind text, item text, mark text);
 \copy seen FROM pstdin (DELIMITER '|')
 
--- The text of a user's label from its level and compartments, as
--- lavrel.label_to_char writes a label.
-CREATE FUNCTION pg_temp.label_text(policy oid, level smallint, comps int2vector)
-RETURNS text LANGUAGE sql AS $$
-    SELECT l.level_name || ':' ||
-           coalesce((SELECT string_agg(c.compartment_name, ',' ORDER BY c.compartment_id)
-                       FROM lavrel.lavrel_compartment c
-                      WHERE c.policy_oid = policy AND c.compartment_id = ANY (comps::smallint[])), '')
-      FROM lavrel.lavrel_level l
-     WHERE l.policy_oid = policy AND l.level_id = level
-$$;
-
 \echo
 \echo '== The policies and the tables they protect'
 SELECT p.policy_name AS policy,
@@ -32,24 +20,36 @@ SELECT p.policy_name AS policy,
   FROM lavrel.lavrel_policy p
  ORDER BY 1;
 
-\echo '== The users'' authorizations, as the administrator set them'
-SELECT p.policy_name AS policy, r.rolname AS "user",
-       pg_temp.label_text(u.policy_oid, u.max_level, u.max_read_comps) AS "max label",
-       pg_temp.label_text(u.policy_oid, u.min_write_level, u.min_write_comps) AS "min write label",
-       pg_temp.label_text(u.policy_oid, u.def_level, u.def_comps) AS "default label",
-       lavrel.privs_to_char(u.user_privs) AS privileges
-  FROM lavrel.lavrel_user u
-  JOIN lavrel.lavrel_policy p USING (policy_oid)
-  JOIN pg_roles r ON r.oid = u.user_oid
- WHERE r.rolname IN (SELECT who FROM seen)
+\echo '== The labels, from lavrel.labels()'
+SELECT policy_name AS policy, string_agg(label, '  ' ORDER BY label_id) AS labels
+  FROM lavrel.labels()
+ GROUP BY 1 ORDER BY 1;
+
+\echo '== The users'' authorizations, from lavrel.authorizations()'
+SELECT policy_name AS policy, user_name AS "user", max_read_label AS "max label",
+       min_write_label AS "min write label", def_label AS "default label",
+       row_label AS "row label", privileges
+  FROM lavrel.authorizations()
+ WHERE user_name IN (SELECT who FROM seen)
  ORDER BY 1, 2;
 \echo 'A session reads the labels that its read label dominates (the greatest lower bound of'
 \echo 'its default and min write labels) and writes those between its min write and max labels.'
-\echo 'READ reads every label; FULL reads and writes every label.'
+\echo 'A new row without a label gets its default row label: the greatest label it may write'
+\echo 'that its row label dominates.  READ reads every label; FULL reads and writes every label.'
 \echo
 
+\echo '== Each user''s session, as lavrel.my_labels() shows it to him'
+SELECT u.who AS "user", coalesce(s.item, '(no authorization)') AS policy,
+       split_part(s.mark, ';', 1) AS "read label",
+       split_part(s.mark, ';', 2) AS "write range",
+       split_part(s.mark, ';', 3) AS "default row label",
+       split_part(s.mark, ';', 4) AS privileges
+  FROM (SELECT DISTINCT who FROM seen) u
+  LEFT JOIN seen s ON (s.who, s.kind) = (u.who, 'session')
+ ORDER BY 1, 2;
+
 \echo '== Each session and the labels of "company": r = reads its rows, w = may write them'
-SELECT lavrel.label_to_char(item::integer) AS label, who, mark
+SELECT lavrel.label(item::integer) AS label, who, mark
   FROM seen WHERE kind = 'label'
  ORDER BY item::integer, who
 \crosstabview
@@ -66,7 +66,7 @@ $$;
 -- One line per row of the table (the administrator, with FULL, reads them
 -- all), one column per user.
 \echo '== SELECT * FROM documents, run by each user: x = the row was returned'
-SELECT format('%s %s [%s]', d.id, d.title, lavrel.label_to_char(d.clearance)) AS "id title [clearance]",
+SELECT format('%s %s [%s]', d.id, d.title, lavrel.label(d.clearance)) AS "id title [clearance]",
        r.who, r.mark
   FROM documents d, pg_temp.returned('documents', d.id::text) r
  ORDER BY d.id, r.who
@@ -76,12 +76,22 @@ SELECT format('%s %s [%s]', d.id, d.title, lavrel.label_to_char(d.clearance)) AS
 \echo
 
 \echo '== SELECT * FROM salaries, run by each user: x = the row was returned'
-SELECT format('%s %s [%s]', t.employee, t.amount, lavrel.label_to_char(t.grade)) AS "employee amount [grade]",
+SELECT format('%s %s [%s]', t.employee, t.amount, lavrel.label(t.grade)) AS "employee amount [grade]",
        r.who, r.mark
   FROM salaries t, pg_temp.returned('salaries', t.employee) r
  ORDER BY t.amount DESC, r.who
 \crosstabview
 
-\echo '== What alice gets from SELECT * FROM salaries: the hidden column grade is left out'
+\echo '== What alice gets from SELECT * FROM salaries: the hidden column grade is left out;'
+\echo '   lavrel.label(grade) shows her the label of each row'
 \c - alice
 SELECT * FROM salaries ORDER BY amount DESC;
+SELECT employee, lavrel.label(grade) AS grade FROM salaries ORDER BY amount DESC;
+
+\echo '== What a refusal tells: bob may read the canteen menu but not write it,'
+\echo '   and frank holds no authorization'
+\set ON_ERROR_STOP off
+\c - bob
+UPDATE documents SET title = 'Canteen menu' WHERE id = 1;
+\c - frank
+INSERT INTO documents (title) VALUES ('hello');

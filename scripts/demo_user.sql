@@ -1,5 +1,7 @@
 -- scripts/demo_user.sql: what one user's session sees in the worked
 -- example, one line per fact ("kind|item|mark", psql -At -F'|'):
+--   session|<policy>|<read label>;<min write label> .. <write label>;
+--        <default row label>;<privileges>, as lavrel.my_labels() shows them
 --   label|<label id of company>|r, w, rw or nothing: whether the session
 --        reads rows of that label and may write rows of it
 --   documents|<id>|x     a row that SELECT * FROM documents returns
@@ -20,6 +22,10 @@ EXCEPTION WHEN syntax_error THEN
 END
 $$;
 
+SELECT 'session', policy_name,
+       concat_ws(';', read_label, min_write_label || ' .. ' || write_label,
+                 coalesce(default_row_label, 'none'), privileges)
+  FROM lavrel.my_labels();
 SELECT 'label', id,
        concat(CASE WHEN lavrel.read_mediation(:company, id) THEN 'r' END,
               CASE WHEN pg_temp.may_write(:company, id) THEN 'w' END)
