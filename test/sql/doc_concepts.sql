@@ -75,16 +75,16 @@ SELECT lavrel.set_user_labels('company', 'regress_carol', 'secret:sales,hr');
 SELECT id AS label_id, lavrel.label_to_char(id) AS label,
        lavrel.read_mediation(1, id) AS bob_reads
   FROM unnest(ARRAY[100, 200, 210, 220, 310, 320]) AS id;
-SELECT * FROM documents ORDER BY id;
+SELECT id, title, lavrel.label(clearance) FROM documents ORDER BY id;
 \c - regress_carol
-SELECT * FROM documents ORDER BY id;
+SELECT id, title, lavrel.label(clearance) FROM documents ORDER BY id;
 \c - regress_alice
 SELECT count(*) FROM documents;
 
 -- Writing
 \c - regress_bob
 INSERT INTO documents (id, title) VALUES (7, 'bob''s notes');
-SELECT id, title, lavrel.label_to_char(clearance) AS label FROM documents
+SELECT id, title, lavrel.label(clearance) FROM documents
  WHERE id = 7;
 INSERT INTO documents VALUES (8, 'public notice', 100);
 UPDATE documents SET title = 'menu' WHERE id = 1;
@@ -131,6 +131,7 @@ SELECT read_label, min_write_level FROM lavrel.show_session_labels();
 SELECT read_label, min_write_level FROM lavrel.show_session_labels();
 \c - regress_bob
 SELECT lavrel.set_session_label('company', 'public');
+SELECT * FROM lavrel.my_labels();
 
 -- Mediation masks
 \c - postgres
