@@ -16,7 +16,9 @@
 # test/schedule, or named as an argument (the cases run.sh runs outside the
 # schedule).  A psql block without a marker, or a marker without a block,
 # is an error.  doc/reference.md must also have a section, and an example,
-# for every function that sql/lavrel--1.0.sql creates.
+# for every function that sql/lavrel--1.0.sql creates, and
+# doc/troubleshooting.md an entry for every message of lavrel that a test
+# shows.
 #
 # Prints one "ok" or "not ok" line per page and per check, and the
 # problems found as "#" lines; exits non-zero when anything failed.
@@ -103,4 +105,31 @@ for fn in $(sed -n 's/^CREATE FUNCTION lavrel\.\([a-z_]*\)(.*/\1/p' sql/lavrel--
         problems="$problems${problems:+$'\n'}doc/reference.md: no example calls lavrel.$fn"
 done
 report "doc/reference.md: every function of sql/lavrel--1.0.sql has a section and an example" "$problems"
+
+# The message formats of lavrel, one a line: every lower-case string literal
+# of the sources that contains a blank, and the exceptions the install
+# script raises.  Literals that are no message never make up a whole
+# message line of a test's output, and so drop out below.
+lavrel_messages() {
+    sed 's#//.*##' src/*.cpp src/host/*.cpp | grep -o '"[a-z][^"\\]*\(\\.[^"\\]*\)*"' | grep ' ' |
+        sed 's/^"//; s/"$//; s/\\"/"/g'
+    grep -o "RAISE EXCEPTION '[^']*'" sql/lavrel--1.0.sql | sed "s/^RAISE EXCEPTION '//; s/'$//; s/%/%s/g"
+}
+
+# A message format as an extended regular expression: what %s, %d and %u
+# stand for matches anything.
+message_regex() {
+    printf '%s' "$1" | sed 's/[][\.*^$+?(){}|/]/\\&/g; s/%[sdu]/.+/g'
+}
+
+# Every message the tests show (as psql prints an error, a warning or a
+# notice, or as try_stmt() reports one) has an entry in troubleshooting.md.
+problems=""
+while IFS= read -r fmt; do
+    re=$(message_regex "$fmt")
+    grep -hqE "(^(ERROR|WARNING|NOTICE):  |[|] [0-9A-Z]{5}: )$re *(\$|[|])" test/expected/*.out || continue
+    grep -qE "$re" doc/troubleshooting.md ||
+        problems="$problems${problems:+$'\n'}doc/troubleshooting.md: no entry for \"$fmt\""
+done < <(lavrel_messages | sort -u)
+report "doc/troubleshooting.md: every message of lavrel that the tests show has an entry" "$problems"
 exit "$failed"
