@@ -3,7 +3,8 @@
 # (pg_basebackup -R), and checks that on the standby every administrative
 # function is refused up front as a write in a read-only transaction
 # (25006), while queries, label conversions and session labels work as on
-# the primary.
+# the primary, and that a session open on the standby works with an
+# authorization changed on the primary from its next statement on.
 #
 # Prints one "ok N - ..." or "not ok N - ..." line per check (with what
 # went wrong as "#" lines) and exits non-zero when a check failed.  Run by
@@ -116,4 +117,65 @@ lavrel_check "the session label functions work on the standby" \
     same_answer "SELECT lavrel.set_session_label('p', 'low');
                  SELECT read_label FROM lavrel.show_session_labels();
                  SELECT id FROM docs ORDER BY id"
+lavrel_check "a user's my_labels() answers as on the primary" \
+    same_answer "SELECT * FROM lavrel.my_labels()" -U regress_standby_user
+
+# A session of the user on the standby that stays open while the primary
+# changes his authorization.
+# Bash closes a coprocess's own descriptors in subshells, which run the
+# checks: the session is reached through copies of them, 7 and 8.
+coproc STANDBY_SESSION {
+    stdbuf -oL psql -X -At -q -p "$STANDBY_PORT" -d standby_test -U regress_standby_user 2>&1
+}
+exec 7>&"${STANDBY_SESSION[1]}" 8<&"${STANDBY_SESSION[0]}"
+
+# in_session STATEMENT: runs the statement in that session and prints what
+# it printed.
+in_session() {
+    local line
+    printf '%s;\n\\echo __end__\n' "$1" >&7
+    while IFS= read -r line <&8; do
+        [ "$line" = __end__ ] && return 0
+        printf '%s\n' "$line"
+    done
+    return 1
+}
+
+# Waits until the standby has replayed all the primary has written so far
+# (at most a minute: a standby that falls that far behind fails the check).
+wait_for_replay() {
+    local lsn tries=0
+    lsn=$(on "$PGPORT" -c "SELECT pg_current_wal_lsn()")
+    until [ "$(on "$STANDBY_PORT" -c "SELECT pg_last_wal_replay_lsn() >= '$lsn'")" = t ]; do
+        tries=$((tries + 1))
+        [ "$tries" -lt 600 ] || { echo "the standby did not replay up to $lsn"; return 1; }
+        sleep 0.1
+    done
+}
+
+# change_and_read STATEMENT: runs the administrative statement on the
+# primary, waits for the standby to replay it, and prints what the open
+# session then reads: its backend's pid and the ids of the rows.
+change_and_read() {
+    on "$PGPORT" -q -c "$1" >/dev/null
+    wait_for_replay || return 1
+    in_session "SELECT pg_backend_pid() || ':' || coalesce(string_agg(id::text, ',' ORDER BY id), '') FROM docs"
+}
+
+# The open session reads row 1 (low); once the user reads high it reads
+# rows 1 and 2 at its next statement, and nothing once his authorization is
+# gone, all in the same backend.
+authorization_change_reaches_open_session() {
+    local before widened dropped
+    before=$(in_session "SELECT pg_backend_pid() || ':' || string_agg(id::text, ',' ORDER BY id) FROM docs")
+    widened=$(change_and_read "SELECT lavrel.set_user_labels('p', 'regress_standby_user', 'high',
+                                                             min_write_label => 'high',
+                                                             def_label => 'high')")
+    dropped=$(change_and_read "SELECT lavrel.drop_user_access('p', 'regress_standby_user')")
+    [ "${before#*:}" = 1 ] && [ "${widened#*:}" = 1,2 ] && [ "${dropped#*:}" = "" ] &&
+        [ "${before%%:*}" = "${widened%%:*}" ] && [ "${before%%:*}" = "${dropped%%:*}" ] ||
+        { echo "before: $before"; echo "widened: $widened"; echo "dropped: $dropped"; return 1; }
+}
+lavrel_check "a session open on the standby reads with an authorization changed on the primary at its next statement" \
+    authorization_change_reaches_open_session
 exit "$LAVREL_CHECK_FAILED"
