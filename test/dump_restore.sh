@@ -3,7 +3,9 @@
 # authorizations, labelled objects and protected tables with pg_dumpall
 # --globals-only and pg_dump, restores it into a new cluster with
 # pg_restore and with psql as doc/dump_restore.md says, and checks that the
-# administrator and every user then see exactly what they saw before.
+# administrator and every user then see exactly what they saw before.  Then
+# moves a cluster holding the same database into a new cluster with
+# pg_upgrade, as doc/operations.md says, and checks the same.
 #
 # Prints one "ok N - ..." or "not ok N - ..." line per check (with what
 # went wrong as "#" lines) and exits non-zero when a check failed.  Run by
@@ -174,4 +176,79 @@ psql -X -q -c "CREATE ROLE second_superuser SUPERUSER LOGIN"
 lavrel_check "sync_object_names() refuses any superuser but the bootstrap superuser" \
     sql_fails restored 'permission denied to sync object names' \
     "SET ROLE second_superuser; SELECT lavrel.sync_object_names()"
+lavrel_cluster_stop
+
+# --- pg_upgrade: a cluster holding the source into a new cluster ----------
+
+UPGRADE=$WORK/upgrade
+mkdir "$UPGRADE"
+chown postgres: "$UPGRADE"
+chmod 755 "$WORK"
+
+# upgrade LINE...: pg_upgrade of the stopped cluster $OLD_DATA into a new
+# cluster $UPGRADE/new, made afresh, whose postgresql.conf gets the lines
+# given.  pg_upgrade's output goes to $UPGRADE/upgrade.log, and what its
+# failed checks found to files under $UPGRADE/new.
+upgrade() {
+    rm -rf "$UPGRADE/new"
+    runuser -u postgres -- "$PG_BIN/initdb" -D "$UPGRADE/new" -U postgres --auth=trust \
+        --no-sync -E UTF8 --locale=C >/dev/null
+    [ $# -eq 0 ] || printf '%s\n' "$@" >>"$UPGRADE/new/postgresql.conf"
+    (cd "$UPGRADE" && runuser -u postgres -- "$PG_BIN/pg_upgrade" -b "$PG_BIN" -B "$PG_BIN" \
+        -d "$OLD_DATA" -D "$UPGRADE/new" -p "$(lavrel_free_port)" -P "$(lavrel_free_port)" \
+        -s "$UPGRADE") >"$UPGRADE/upgrade.log" 2>&1
+}
+
+# upgrade_fails SAYS LINE...: upgrade LINE... fails, and pg_upgrade's
+# output or the files it left say SAYS.
+upgrade_fails() {
+    local says=$1
+    shift
+    if upgrade "$@"; then
+        echo "pg_upgrade succeeded"
+        return 1
+    fi
+    grep -rqF "$says" "$UPGRADE/upgrade.log" "$UPGRADE/new/pg_upgrade_output.d" ||
+        { tail -n 20 "$UPGRADE/upgrade.log"; return 1; }
+}
+
+# The old cluster: the source, with its names recorded right before.
+lavrel_cluster_start yes
+createdb source
+psql -X -q -d source -f "$FIXTURES/source.sql"
+psql -X -q -d source -c "SELECT lavrel.sync_object_names()" >/dev/null
+OLD_DATA=$LAVREL_CLUSTER_DIR/data
+runuser -u postgres -- "$PG_BIN/pg_ctl" -D "$OLD_DATA" -m fast -w stop >/dev/null
+
+lavrel_check "pg_upgrade refuses a new cluster that does not preload lavrel" \
+    upgrade_fails 'lavrel must be loaded via shared_preload_libraries'
+lavrel_check "pg_upgrade fails while access control is on in the new cluster" \
+    upgrade_fails 'Init Mac Object ids error' \
+    "shared_preload_libraries = 'lavrel'" "lavrel.enable_mac = on"
+lavrel_check "pg_upgrade succeeds into a new cluster that preloads lavrel, access control off" \
+    upgrade "shared_preload_libraries = 'lavrel'"
+
+# The new cluster takes the old one's place (its directory, socket and port).
+rm -rf "$OLD_DATA"
+mv "$UPGRADE/new" "$OLD_DATA"
+{
+    echo "listen_addresses = 'localhost'"
+    echo "port = $PGPORT"
+    echo "unix_socket_directories = '$LAVREL_CLUSTER_DIR'"
+} >>"$OLD_DATA/postgresql.conf"
+runuser -u postgres -- "$PG_BIN/pg_ctl" -D "$OLD_DATA" -l "$LAVREL_CLUSTER_DIR/server.log" \
+    -w -t 60 start >/dev/null
+
+lavrel_check "pg_upgrade does not keep the oid of a labelled function" \
+    sql_is source t "SELECT obj_oid <> 'hr.bonus(numeric)'::regprocedure FROM lavrel.lavrel_obj
+                      WHERE obj_type ILIKE 'function'"
+lavrel_check "sync_object_names() moves the catalogs to the upgraded objects' oids" \
+    sql_is source t "SELECT lavrel.sync_object_names() > 0"
+set_enable_mac on
+record_views source upgraded
+lavrel_check "upgraded: the administrator sees the same policies, labels, authorizations, labelled objects and rows" \
+    same_view catalog upgraded
+for user in $USERS; do
+    lavrel_check "upgraded: $user sees the same rows and gets the same answers" same_view "$user" upgraded
+done
 exit "$LAVREL_CHECK_FAILED"

@@ -8,8 +8,10 @@
 #   nolibrary   protected tables on such a server, and after a restart with
 #               lavrel again (nolibrary_setup, nolibrary, nolibrary_restored)
 #   docs        the examples of doc/*.md against test/expected (doc_examples.sh)
-#   dump_restore  pg_dump and pg_restore into a new cluster (dump_restore.sh)
-#   hot_standby   administration refused on a hot standby (hot_standby.sh)
+#   dump_restore  pg_dump and pg_restore, and pg_upgrade, into a new cluster
+#               (dump_restore.sh)
+#   hot_standby   a hot standby: mediation as on the primary, administration
+#               refused (hot_standby.sh)
 #   pg_suites     PostgreSQL's own suites, stock against lavrel (pg_suites.sh)
 #
 # With test names as arguments (test/run.sh label_strings users), only those
