@@ -57,18 +57,29 @@ SELECT p.policy_name, p.policy_col_name, p.policy_col_hidden, p.policy_enable,
        e.relation_oid::regclass AS protected_table
   FROM lavrel.policies() p
   LEFT JOIN lavrel.policy_enforcements() e ON e.policy_oid = p.oid;
-SELECT u.rolname AS "user", a.max_level, a.min_write_level, a.def_level,
-       a.row_level, lavrel.privs_to_char(a.user_privs) AS privs
-  FROM lavrel.lavrel_user a JOIN pg_roles u ON u.oid = a.user_oid
- ORDER BY 1;
+SELECT user_name, max_read_label, min_write_label, def_label, row_label, privileges
+  FROM lavrel.authorizations() ORDER BY user_name;
+SELECT * FROM lavrel.labels() ORDER BY label_id;
 SELECT privs, read_label, write_label, row_label FROM lavrel.show_session_labels();
 \c - regress_ops_user
-SELECT label_id, lavrel.label_to_char(label_id) AS label,
+SELECT * FROM lavrel.my_labels();
+SELECT label_id, lavrel.label(label_id) AS label,
        lavrel.read_mediation(1, label_id) AS reads
   FROM unnest(ARRAY[100, 200, 300]) AS label_id;
 SELECT lavrel.generate_default_label_value(1) AS new_rows,
        lavrel.policy_read_min_label_id(1) AS lowest,
        lavrel.policy_read_max_label_id(1) AS highest;
+-- A refusal, and what the server log holds of it: the test cluster logs
+-- to server.log in the directory of its socket, each line after a prefix
+-- of time and process id.
+SELECT pg_backend_pid() AS user_pid \gset
+UPDATE documents SET title = 'menu' WHERE id = 1;
+\c - postgres
+SELECT substr(line, strpos(line, ']') + 2) AS logged
+  FROM regexp_split_to_table(pg_read_file(current_setting('unix_socket_directories')
+                                          || '/server.log'), E'\n') AS line
+ WHERE line LIKE '% [' || :user_pid || '] %';
+\c - regress_ops_user
 
 -- EXPLAIN
 EXPLAIN (COSTS OFF) SELECT title FROM documents WHERE id = 2;
