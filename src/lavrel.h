@@ -425,6 +425,15 @@ PGDLLEXPORT const MacLabel *mac_label_by_id(int32 label_id, Oid *policy_id);
  */
 void mac_invalidate_policy_plans(Oid policy_id);
 
+/* Fills the columns of one listing row from a catalog tuple; nulls are preset to false. */
+typedef void (*MacListingRow) (MacCatalogScan *scan, HeapTuple tuple, Datum *values, bool *nulls);
+/*
+ * A listing for the administrator: after the permission check for
+ * `action`, one result row of `ncolumns` per row of catalog `relid`.
+ */
+Datum mac_list_catalog_rows(FunctionCallInfo fcinfo, const char *action, Oid relid,
+                            int ncolumns, MacListingRow fill);
+
 PGDLLEXPORT bool IsPolicyColumn(Oid relid, const char *colname);
 /* Refuses a change to a policy column of the table by anyone but the administrator. */
 void mac_policy_column_change_check(Oid relid, const char *colname);

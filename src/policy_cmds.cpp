@@ -1091,34 +1091,47 @@ MAC_SQL_FUNCTION(GetLavrelPolicyEnforcement)
                         enforcement_listing, lengthof(enforcement_listing));
 }
 
-/*
- * labels(): every label of every policy, its policy by name and the label
- * as its string.  The administrator's.
- */
-MAC_SQL_FUNCTION(ListLabels)
+Datum
+mac_list_catalog_rows(FunctionCallInfo fcinfo, const char *action, Oid relid,
+                      int ncolumns, MacListingRow fill)
 {
     ReturnSetInfo *rsinfo = (ReturnSetInfo *) fcinfo->resultinfo;
+    Datum      *values = (Datum *) palloc(ncolumns * sizeof(Datum));
+    bool       *nulls = (bool *) palloc(ncolumns * sizeof(bool));
     MacCatalogScan scan;
     HeapTuple   tuple;
 
-    MacPermissionCheck("list labels");
+    MacPermissionCheck(action);
     InitMaterializedSRF(fcinfo, 0);
-    mac_scan_begin(&scan, MacLabelRelationId, AccessShareLock, 0, NULL);
+    mac_scan_begin(&scan, relid, AccessShareLock, 0, NULL);
     while ((tuple = mac_scan_next(&scan)) != NULL)
     {
-        Oid         policy_id = DatumGetObjectId(mac_scan_getattr(&scan, tuple, mac_col::label_policy_oid, NULL));
-        const int2vector *comps = (const int2vector *)
-            DatumGetPointer(mac_scan_getattr(&scan, tuple, mac_col::label_compartments, NULL));
-        MacLabel    label = {DatumGetInt16(mac_scan_getattr(&scan, tuple, mac_col::label_level_id, NULL)),
-                             int2vector_to_bms(comps)};
-        Datum       values[3];
-        bool        nulls[3] = {};
-
-        values[0] = mac_name_datum(get_policy_name(policy_id));
-        values[1] = mac_scan_getattr(&scan, tuple, mac_col::label_id, NULL);
-        values[2] = CStringGetTextDatum(MacLabelToCString(policy_id, &label));
+        memset(nulls, 0, ncolumns * sizeof(bool));
+        fill(&scan, tuple, values, nulls);
         tuplestore_putvalues(rsinfo->setResult, rsinfo->setDesc, values, nulls);
     }
     mac_scan_end(&scan);
     return (Datum) 0;
+}
+
+/* A row of labels(): the policy's name, the label id, the label string. */
+static void
+label_listing_row(MacCatalogScan *scan, HeapTuple tuple, Datum *values, bool *nulls)
+{
+    Oid         policy_id = DatumGetObjectId(mac_scan_getattr(scan, tuple, mac_col::label_policy_oid, NULL));
+    const int2vector *comps = (const int2vector *)
+        DatumGetPointer(mac_scan_getattr(scan, tuple, mac_col::label_compartments, NULL));
+    MacLabel    label = {DatumGetInt16(mac_scan_getattr(scan, tuple, mac_col::label_level_id, NULL)),
+                         int2vector_to_bms(comps)};
+
+    (void) nulls;
+    values[0] = mac_name_datum(get_policy_name(policy_id));
+    values[1] = mac_scan_getattr(scan, tuple, mac_col::label_id, NULL);
+    values[2] = CStringGetTextDatum(MacLabelToCString(policy_id, &label));
+}
+
+/* labels(): every label of every policy, as a string.  The administrator's. */
+MAC_SQL_FUNCTION(ListLabels)
+{
+    return mac_list_catalog_rows(fcinfo, "list labels", MacLabelRelationId, 3, label_listing_row);
 }

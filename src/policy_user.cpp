@@ -702,6 +702,28 @@ read_access_columns(MacCatalogScan *scan, HeapTuple tuple, UserPolicyAccess *rec
                                             DatumGetPointer(mac_scan_getattr(scan, tuple, col.attno, NULL)));
 }
 
+/* A row of authorizations(): see the columns above. */
+static void
+authorization_listing_row(MacCatalogScan *scan, HeapTuple tuple, Datum *values, bool *nulls)
+{
+    Oid         policy_id = DatumGetObjectId(mac_scan_getattr(scan, tuple, mac_col::user_policy_oid, NULL));
+    Oid         user_id = DatumGetObjectId(mac_scan_getattr(scan, tuple, mac_col::user_oid, NULL));
+    uint16      privs = (uint16) DatumGetInt16(mac_scan_getattr(scan, tuple, mac_col::user_privs, NULL));
+    char       *user_name = GetUserNameFromId(user_id, true);
+    UserPolicyAccess a;
+
+    read_access_columns(scan, tuple, &a);
+    values[AUTH_POLICY] = mac_name_datum(get_policy_name(policy_id));
+    values[AUTH_USER] = user_name != NULL ? mac_name_datum(user_name) : (Datum) 0;
+    nulls[AUTH_USER] = user_name == NULL;
+    values[AUTH_MAX_READ] = access_label_text(policy_id, a.max_level, a.max_read_comps);
+    values[AUTH_MAX_WRITE] = access_label_text(policy_id, a.max_level, a.max_write_comps);
+    values[AUTH_MIN_WRITE] = access_label_text(policy_id, a.min_write_level, a.min_write_comps);
+    values[AUTH_DEFAULT] = access_label_text(policy_id, a.def_level, a.def_comps);
+    values[AUTH_ROW] = access_label_text(policy_id, a.row_level, a.row_comps);
+    values[AUTH_PRIVILEGES] = CStringGetTextDatum(MacPrivsToCstringPrivs(privs));
+}
+
 /*
  * authorizations(): every user's authorization under every policy, with
  * its five labels as label strings and its privileges by name.  The
@@ -709,35 +731,6 @@ read_access_columns(MacCatalogScan *scan, HeapTuple tuple, UserPolicyAccess *rec
  */
 MAC_SQL_FUNCTION(ListAuthorizations)
 {
-    ReturnSetInfo *rsinfo = (ReturnSetInfo *) fcinfo->resultinfo;
-    MacCatalogScan scan;
-    HeapTuple   tuple;
-
-    MacPermissionCheck("list authorizations");
-    InitMaterializedSRF(fcinfo, 0);
-    mac_scan_begin(&scan, MacPolicyUserRelationId, AccessShareLock, 0, NULL);
-    while ((tuple = mac_scan_next(&scan)) != NULL)
-    {
-        Oid         policy_id = DatumGetObjectId(mac_scan_getattr(&scan, tuple, mac_col::user_policy_oid, NULL));
-        Oid         user_id = DatumGetObjectId(mac_scan_getattr(&scan, tuple, mac_col::user_oid, NULL));
-        uint16      privs = (uint16) DatumGetInt16(mac_scan_getattr(&scan, tuple, mac_col::user_privs, NULL));
-        char       *user_name = GetUserNameFromId(user_id, true);
-        UserPolicyAccess a;
-        Datum       values[AUTH_NCOLUMNS];
-        bool        nulls[AUTH_NCOLUMNS] = {};
-
-        read_access_columns(&scan, tuple, &a);
-        values[AUTH_POLICY] = mac_name_datum(get_policy_name(policy_id));
-        values[AUTH_USER] = user_name != NULL ? mac_name_datum(user_name) : (Datum) 0;
-        nulls[AUTH_USER] = user_name == NULL;
-        values[AUTH_MAX_READ] = access_label_text(policy_id, a.max_level, a.max_read_comps);
-        values[AUTH_MAX_WRITE] = access_label_text(policy_id, a.max_level, a.max_write_comps);
-        values[AUTH_MIN_WRITE] = access_label_text(policy_id, a.min_write_level, a.min_write_comps);
-        values[AUTH_DEFAULT] = access_label_text(policy_id, a.def_level, a.def_comps);
-        values[AUTH_ROW] = access_label_text(policy_id, a.row_level, a.row_comps);
-        values[AUTH_PRIVILEGES] = CStringGetTextDatum(MacPrivsToCstringPrivs(privs));
-        tuplestore_putvalues(rsinfo->setResult, rsinfo->setDesc, values, nulls);
-    }
-    mac_scan_end(&scan);
-    return (Datum) 0;
+    return mac_list_catalog_rows(fcinfo, "list authorizations", MacPolicyUserRelationId,
+                                 AUTH_NCOLUMNS, authorization_listing_row);
 }
