@@ -989,57 +989,23 @@ MAC_SQL_FUNCTION(DropObjPolicy)
  * Catalog listings
  * --------------------------------------------------------------------- */
 
-/* One result column of a listing. */
-struct ListingColumn
-{
-    const char *name;
-    Oid         type;
-};
-
-static const ListingColumn policy_listing[] = {
-    {"oid", OIDOID},
-    {"policy_name", NAMEOID},
-    {"policy_col_name", NAMEOID},
-    {"policy_col_hidden", BOOLOID},
-    {"policy_enable", BOOLOID},
-};
-
-static const ListingColumn enforcement_listing[] = {
-    {"policy_oid", OIDOID},
-    {"relation_oid", OIDOID},
-};
-
 /*
- * Puts the call in materialize mode with an empty tuple store and a result
- * descriptor of `columns`, both living as long as the query.
+ * Puts the call in materialize mode: an empty tuple store and the
+ * function's declared result descriptor, both living as long as the query.
+ * Rows are formed from arrays of `ncolumns` values, so a declaration with
+ * another number of columns is refused.
  */
 static ReturnSetInfo *
-begin_listing(FunctionCallInfo fcinfo, const ListingColumn *columns, int ncolumns)
+mac_begin_listing(FunctionCallInfo fcinfo, int ncolumns)
 {
+    InitMaterializedSRF(fcinfo, 0);
+
     ReturnSetInfo *rsinfo = (ReturnSetInfo *) fcinfo->resultinfo;
 
-    if (rsinfo == NULL || !IsA(rsinfo, ReturnSetInfo))
+    if (rsinfo->setDesc->natts != ncolumns)
         ereport(ERROR,
-                (errcode(ERRCODE_FEATURE_NOT_SUPPORTED),
-                 errmsg("set-valued function called in context that cannot accept a set")));
-    if (!(rsinfo->allowedModes & SFRM_Materialize))
-        ereport(ERROR,
-                (errcode(ERRCODE_FEATURE_NOT_SUPPORTED),
-                 errmsg("materialize mode required, but it is not allowed in this context")));
-
-    rsinfo->returnMode = SFRM_Materialize;
-    rsinfo->setResult = NULL;
-    rsinfo->setDesc = NULL;
-
-    MemoryContext oldcxt = MemoryContextSwitchTo(rsinfo->econtext->ecxt_per_query_memory);
-    TupleDesc   desc = CreateTemplateTupleDesc(ncolumns);
-
-    for (int i = 0; i < ncolumns; i++)
-        TupleDescInitEntry(desc, (AttrNumber) (i + 1), columns[i].name,
-                           columns[i].type, -1, 0);
-    rsinfo->setResult = tuplestore_begin_heap(true, false, work_mem);
-    rsinfo->setDesc = desc;
-    MemoryContextSwitchTo(oldcxt);
+                (errcode(ERRCODE_DATATYPE_MISMATCH),
+                 errmsg("function result must have %d columns", ncolumns)));
     return rsinfo;
 }
 
@@ -1065,14 +1031,13 @@ copy_catalog_rows(Oid relid, ReturnSetInfo *rsinfo)
 }
 
 /*
- * Lists catalog `relid`.  Until the module has resolved its catalogs in
- * this process (relid 0), the listing is empty.
+ * Lists catalog `relid`, a table of `ncolumns` columns.  Until the module
+ * has resolved its catalogs in this process (relid 0), the listing is empty.
  */
 static Datum
-list_catalog(FunctionCallInfo fcinfo, Oid relid,
-             const ListingColumn *columns, int ncolumns)
+list_catalog(FunctionCallInfo fcinfo, Oid relid, int ncolumns)
 {
-    ReturnSetInfo *rsinfo = begin_listing(fcinfo, columns, ncolumns);
+    ReturnSetInfo *rsinfo = mac_begin_listing(fcinfo, ncolumns);
 
     if (OidIsValid(relid))
         copy_catalog_rows(relid, rsinfo);
@@ -1081,12 +1046,10 @@ list_catalog(FunctionCallInfo fcinfo, Oid relid,
 
 MAC_SQL_FUNCTION(GetLavrelPolicy)
 {
-    return list_catalog(fcinfo, MacPolicyRelationId,
-                        policy_listing, lengthof(policy_listing));
+    return list_catalog(fcinfo, MacPolicyRelationId, mac_col::policy_natts);
 }
 
 MAC_SQL_FUNCTION(GetLavrelPolicyEnforcement)
 {
-    return list_catalog(fcinfo, MacPolicyEnforcementRelationId,
-                        enforcement_listing, lengthof(enforcement_listing));
+    return list_catalog(fcinfo, MacPolicyEnforcementRelationId, mac_col::enf_natts);
 }
