@@ -420,6 +420,12 @@ PGDLLEXPORT const MacLabel *mac_label_by_id(int32 label_id, Oid *policy_id);
  */
 void mac_invalidate_policy_plans(Oid policy_id);
 
+/*
+ * Puts a set-returning call in materialize mode with its declared result
+ * descriptor, refusing a declaration of other than `ncolumns` columns.
+ */
+ReturnSetInfo *mac_begin_listing(FunctionCallInfo fcinfo, int ncolumns);
+
 PGDLLEXPORT bool IsPolicyColumn(Oid relid, const char *colname);
 /* Refuses a change to a policy column of the table by anyone but the administrator. */
 void mac_policy_column_change_check(Oid relid, const char *colname);

@@ -995,7 +995,7 @@ MAC_SQL_FUNCTION(DropObjPolicy)
  * Rows are formed from arrays of `ncolumns` values, so a declaration with
  * another number of columns is refused.
  */
-static ReturnSetInfo *
+ReturnSetInfo *
 mac_begin_listing(FunctionCallInfo fcinfo, int ncolumns)
 {
     InitMaterializedSRF(fcinfo, 0);
