@@ -11,7 +11,7 @@
  *                            every stock hook and calls the module through
  *                            the hooks of host.h
  *   label_record.cpp         the label record and its arithmetic
- *   parse_ident.cpp          the identifier reader
+ *   parse_ident.cpp          the names users pass, as identifiers
  *   lavrel_base.cpp          lavrel.enable_mac, MAC_isenable, the module's
  *                            object ids, the catalog version
  *   policy_misc.cpp          permission check, argument checks, int2vector
