@@ -14,7 +14,8 @@
  *   parse_ident.cpp          the names users pass, as identifiers
  *   lavrel_base.cpp          lavrel.enable_mac, MAC_isenable, the module's
  *                            object ids, the catalog version
- *   policy_misc.cpp          permission check, argument checks, int2vector
+ *   policy_misc.cpp          permission check, argument checks, int2vector,
+ *                            cache and listing helpers
  *   policy_syscat.cpp        every read of the lavrel catalog tables, and
  *                            the scans the writers use
  *   protected_tables.cpp     one cached record per table: its policies
@@ -225,6 +226,11 @@ PGDLLEXPORT char *CheckRelNameArg(bool isnull, Datum value);
 PGDLLEXPORT void MacCanProtected(Oid policy_id, Oid relid);
 
 /*
+ * Puts a set-returning call in materialize mode with its declared result
+ * descriptor, refusing a declaration of other than `ncolumns` columns.
+ */
+ReturnSetInfo *mac_begin_listing(FunctionCallInfo fcinfo, int ncolumns);
+/*
  * The cache context in *context, created under CacheMemoryContext or
  * emptied; `name` is a string constant.
  */
@@ -350,6 +356,9 @@ PGDLLEXPORT bool get_user_policy_access(Oid policy_id, Oid user_id, UserPolicyAc
 /* lavrel_obj: every label of every object (MacObjectLabel). */
 List *get_object_labels(void);
 
+/* Every row of catalog `relid`, in physical order, into the store. */
+void get_catalog_rows(Oid relid, Tuplestorestate *store, TupleDesc desc);
+
 /* Whether any row of a catalog table has `id` in column `attno` (any row at all when either is 0). */
 PGDLLEXPORT bool ObjectIsExistById(Oid relid, AttrNumber attno, Oid id);
 
@@ -419,12 +428,6 @@ PGDLLEXPORT const MacLabel *mac_label_by_id(int32 label_id, Oid *policy_id);
  * depends on the policy and on the privileges of its users.
  */
 void mac_invalidate_policy_plans(Oid policy_id);
-
-/*
- * Puts a set-returning call in materialize mode with its declared result
- * descriptor, refusing a declaration of other than `ncolumns` columns.
- */
-ReturnSetInfo *mac_begin_listing(FunctionCallInfo fcinfo, int ncolumns);
 
 PGDLLEXPORT bool IsPolicyColumn(Oid relid, const char *colname);
 /* Refuses a change to a policy column of the table by anyone but the administrator. */

@@ -990,47 +990,6 @@ MAC_SQL_FUNCTION(DropObjPolicy)
  * --------------------------------------------------------------------- */
 
 /*
- * Puts the call in materialize mode: an empty tuple store and the
- * function's declared result descriptor, both living as long as the query.
- * Rows are formed from arrays of `ncolumns` values, so a declaration with
- * another number of columns is refused.
- */
-ReturnSetInfo *
-mac_begin_listing(FunctionCallInfo fcinfo, int ncolumns)
-{
-    InitMaterializedSRF(fcinfo, 0);
-
-    ReturnSetInfo *rsinfo = (ReturnSetInfo *) fcinfo->resultinfo;
-
-    if (rsinfo->setDesc->natts != ncolumns)
-        ereport(ERROR,
-                (errcode(ERRCODE_DATATYPE_MISMATCH),
-                 errmsg("function result must have %d columns", ncolumns)));
-    return rsinfo;
-}
-
-/* Appends every row of catalog `relid`, in physical order, to the listing. */
-static void
-copy_catalog_rows(Oid relid, ReturnSetInfo *rsinfo)
-{
-    MacCatalogScan scan;
-    HeapTuple   tuple;
-
-    mac_scan_begin(&scan, relid, AccessShareLock, 0, NULL);
-
-    TupleDesc   catdesc = RelationGetDescr(scan.rel);
-    Datum      *values = (Datum *) palloc(catdesc->natts * sizeof(Datum));
-    bool       *nulls = (bool *) palloc(catdesc->natts * sizeof(bool));
-
-    while ((tuple = mac_scan_next(&scan)) != NULL)
-    {
-        heap_deform_tuple(tuple, catdesc, values, nulls);
-        tuplestore_putvalues(rsinfo->setResult, rsinfo->setDesc, values, nulls);
-    }
-    mac_scan_end(&scan);
-}
-
-/*
  * Lists catalog `relid`, a table of `ncolumns` columns.  Until the module
  * has resolved its catalogs in this process (relid 0), the listing is empty.
  */
@@ -1040,7 +999,7 @@ list_catalog(FunctionCallInfo fcinfo, Oid relid, int ncolumns)
     ReturnSetInfo *rsinfo = mac_begin_listing(fcinfo, ncolumns);
 
     if (OidIsValid(relid))
-        copy_catalog_rows(relid, rsinfo);
+        get_catalog_rows(relid, rsinfo->setResult, rsinfo->setDesc);
     PG_RETURN_NULL();
 }
 

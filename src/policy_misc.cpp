@@ -374,3 +374,27 @@ mac_oid_hash_table(const char *name, Size entrysize, MemoryContext context)
     ctl.hcxt = context;
     return hash_create(name, 64, &ctl, HASH_ELEM | HASH_BLOBS | HASH_CONTEXT);
 }
+
+/* ---------------------------------------------------------------------
+ * Listings
+ * --------------------------------------------------------------------- */
+
+/*
+ * Puts the call in materialize mode: an empty tuple store and the
+ * function's declared result descriptor, both living as long as the query.
+ * Rows are formed from arrays of `ncolumns` values, so a declaration with
+ * another number of columns is refused.
+ */
+ReturnSetInfo *
+mac_begin_listing(FunctionCallInfo fcinfo, int ncolumns)
+{
+    InitMaterializedSRF(fcinfo, 0);
+
+    ReturnSetInfo *rsinfo = (ReturnSetInfo *) fcinfo->resultinfo;
+
+    if (rsinfo->setDesc->natts != ncolumns)
+        ereport(ERROR,
+                (errcode(ERRCODE_DATATYPE_MISMATCH),
+                 errmsg("function result must have %d columns", ncolumns)));
+    return rsinfo;
+}
