@@ -9,6 +9,7 @@ DATA       = sql/lavrel--1.0.sql
 SRCS = src/host/guard.cpp \
        src/host/copy.cpp \
        src/host/star_columns.cpp \
+       src/host/ident.cpp \
        src/host/host.cpp \
        src/label_record.cpp \
        src/parse_ident.cpp \

@@ -11,10 +11,11 @@
  *                            every stock hook and calls the module through
  *                            the hooks of host.h
  *   label_record.cpp         the label record and its arithmetic
- *   parse_ident.cpp          the identifier reader
+ *   parse_ident.cpp          the names users pass, as identifiers
  *   lavrel_base.cpp          lavrel.enable_mac, MAC_isenable, the module's
  *                            object ids, the catalog version
- *   policy_misc.cpp          permission check, argument checks, int2vector
+ *   policy_misc.cpp          permission check, argument checks, int2vector,
+ *                            cache and listing helpers
  *   policy_syscat.cpp        every read of the lavrel catalog tables, and
  *                            the scans the writers use
  *   protected_tables.cpp     one cached record per table: its policies
@@ -230,6 +231,11 @@ PGDLLEXPORT char *CheckRelNameArg(bool isnull, Datum value);
 PGDLLEXPORT void MacCanProtected(Oid policy_id, Oid relid);
 
 /*
+ * Puts a set-returning call in materialize mode with its declared result
+ * descriptor, refusing a declaration of other than `ncolumns` columns.
+ */
+ReturnSetInfo *mac_begin_listing(FunctionCallInfo fcinfo, int ncolumns);
+/*
  * The cache context in *context, created under CacheMemoryContext or
  * emptied; `name` is a string constant.
  */
@@ -355,6 +361,13 @@ PGDLLEXPORT bool get_user_policy_access(Oid policy_id, Oid user_id, UserPolicyAc
 /* lavrel_obj: every label of every object (MacObjectLabel). */
 List *get_object_labels(void);
 
+/* Every row of catalog `relid`, in physical order, into the store. */
+void get_catalog_rows(Oid relid, Tuplestorestate *store, TupleDesc desc);
+/* Fills the columns of one listing row from a catalog tuple; nulls are preset to false. */
+typedef void (*MacListingRow) (MacCatalogScan *scan, HeapTuple tuple, Datum *values, bool *nulls);
+/* Every row of catalog `relid`, made into a row of `desc` by `fill`, into `store`. */
+void get_catalog_rows_as(Oid relid, Tuplestorestate *store, TupleDesc desc, MacListingRow fill);
+
 /* Whether any row of a catalog table has `id` in column `attno` (any row at all when either is 0). */
 PGDLLEXPORT bool ObjectIsExistById(Oid relid, AttrNumber attno, Oid id);
 
@@ -425,8 +438,6 @@ PGDLLEXPORT const MacLabel *mac_label_by_id(int32 label_id, Oid *policy_id);
  */
 void mac_invalidate_policy_plans(Oid policy_id);
 
-/* Fills the columns of one listing row from a catalog tuple; nulls are preset to false. */
-typedef void (*MacListingRow) (MacCatalogScan *scan, HeapTuple tuple, Datum *values, bool *nulls);
 /*
  * A listing for the administrator: after the permission check for
  * `action`, one result row of `ncolumns` per row of catalog `relid`.

@@ -218,6 +218,12 @@ lavrel_extension_exists(void)
     return exists;
 }
 
+/*
+ * Whether access control is in force.  The first time it is in this
+ * process, the module's object ids are resolved; one that is missing (a
+ * damaged installation) raises an error rather than answering false, so
+ * that nothing runs unprotected.
+ */
 bool
 MAC_isenable(void)
 {

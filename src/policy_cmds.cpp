@@ -989,128 +989,39 @@ MAC_SQL_FUNCTION(DropObjPolicy)
  * Catalog listings
  * --------------------------------------------------------------------- */
 
-/* One result column of a listing. */
-struct ListingColumn
-{
-    const char *name;
-    Oid         type;
-};
-
-static const ListingColumn policy_listing[] = {
-    {"oid", OIDOID},
-    {"policy_name", NAMEOID},
-    {"policy_col_name", NAMEOID},
-    {"policy_col_hidden", BOOLOID},
-    {"policy_enable", BOOLOID},
-};
-
-static const ListingColumn enforcement_listing[] = {
-    {"policy_oid", OIDOID},
-    {"relation_oid", OIDOID},
-};
-
 /*
- * Puts the call in materialize mode with an empty tuple store and a result
- * descriptor of `columns`, both living as long as the query.
- */
-static ReturnSetInfo *
-begin_listing(FunctionCallInfo fcinfo, const ListingColumn *columns, int ncolumns)
-{
-    ReturnSetInfo *rsinfo = (ReturnSetInfo *) fcinfo->resultinfo;
-
-    if (rsinfo == NULL || !IsA(rsinfo, ReturnSetInfo))
-        ereport(ERROR,
-                (errcode(ERRCODE_FEATURE_NOT_SUPPORTED),
-                 errmsg("set-valued function called in context that cannot accept a set")));
-    if (!(rsinfo->allowedModes & SFRM_Materialize))
-        ereport(ERROR,
-                (errcode(ERRCODE_FEATURE_NOT_SUPPORTED),
-                 errmsg("materialize mode required, but it is not allowed in this context")));
-
-    rsinfo->returnMode = SFRM_Materialize;
-    rsinfo->setResult = NULL;
-    rsinfo->setDesc = NULL;
-
-    MemoryContext oldcxt = MemoryContextSwitchTo(rsinfo->econtext->ecxt_per_query_memory);
-    TupleDesc   desc = CreateTemplateTupleDesc(ncolumns);
-
-    for (int i = 0; i < ncolumns; i++)
-        TupleDescInitEntry(desc, (AttrNumber) (i + 1), columns[i].name,
-                           columns[i].type, -1, 0);
-    rsinfo->setResult = tuplestore_begin_heap(true, false, work_mem);
-    rsinfo->setDesc = desc;
-    MemoryContextSwitchTo(oldcxt);
-    return rsinfo;
-}
-
-/* Appends every row of catalog `relid`, in physical order, to the listing. */
-static void
-copy_catalog_rows(Oid relid, ReturnSetInfo *rsinfo)
-{
-    MacCatalogScan scan;
-    HeapTuple   tuple;
-
-    mac_scan_begin(&scan, relid, AccessShareLock, 0, NULL);
-
-    TupleDesc   catdesc = RelationGetDescr(scan.rel);
-    Datum      *values = (Datum *) palloc(catdesc->natts * sizeof(Datum));
-    bool       *nulls = (bool *) palloc(catdesc->natts * sizeof(bool));
-
-    while ((tuple = mac_scan_next(&scan)) != NULL)
-    {
-        heap_deform_tuple(tuple, catdesc, values, nulls);
-        tuplestore_putvalues(rsinfo->setResult, rsinfo->setDesc, values, nulls);
-    }
-    mac_scan_end(&scan);
-}
-
-/*
- * Lists catalog `relid`.  Until the module has resolved its catalogs in
- * this process (relid 0), the listing is empty.
+ * Lists catalog `relid`, a table of `ncolumns` columns.  Until the module
+ * has resolved its catalogs in this process (relid 0), the listing is empty.
  */
 static Datum
-list_catalog(FunctionCallInfo fcinfo, Oid relid,
-             const ListingColumn *columns, int ncolumns)
+list_catalog(FunctionCallInfo fcinfo, Oid relid, int ncolumns)
 {
-    ReturnSetInfo *rsinfo = begin_listing(fcinfo, columns, ncolumns);
+    ReturnSetInfo *rsinfo = mac_begin_listing(fcinfo, ncolumns);
 
     if (OidIsValid(relid))
-        copy_catalog_rows(relid, rsinfo);
+        get_catalog_rows(relid, rsinfo->setResult, rsinfo->setDesc);
     PG_RETURN_NULL();
 }
 
 MAC_SQL_FUNCTION(GetLavrelPolicy)
 {
-    return list_catalog(fcinfo, MacPolicyRelationId,
-                        policy_listing, lengthof(policy_listing));
+    return list_catalog(fcinfo, MacPolicyRelationId, mac_col::policy_natts);
 }
 
 MAC_SQL_FUNCTION(GetLavrelPolicyEnforcement)
 {
-    return list_catalog(fcinfo, MacPolicyEnforcementRelationId,
-                        enforcement_listing, lengthof(enforcement_listing));
+    return list_catalog(fcinfo, MacPolicyEnforcementRelationId, mac_col::enf_natts);
 }
 
 Datum
 mac_list_catalog_rows(FunctionCallInfo fcinfo, const char *action, Oid relid,
                       int ncolumns, MacListingRow fill)
 {
-    ReturnSetInfo *rsinfo = (ReturnSetInfo *) fcinfo->resultinfo;
-    Datum      *values = (Datum *) palloc(ncolumns * sizeof(Datum));
-    bool       *nulls = (bool *) palloc(ncolumns * sizeof(bool));
-    MacCatalogScan scan;
-    HeapTuple   tuple;
-
     MacPermissionCheck(action);
-    InitMaterializedSRF(fcinfo, 0);
-    mac_scan_begin(&scan, relid, AccessShareLock, 0, NULL);
-    while ((tuple = mac_scan_next(&scan)) != NULL)
-    {
-        memset(nulls, 0, ncolumns * sizeof(bool));
-        fill(&scan, tuple, values, nulls);
-        tuplestore_putvalues(rsinfo->setResult, rsinfo->setDesc, values, nulls);
-    }
-    mac_scan_end(&scan);
+
+    ReturnSetInfo *rsinfo = mac_begin_listing(fcinfo, ncolumns);
+
+    get_catalog_rows_as(relid, rsinfo->setResult, rsinfo->setDesc, fill);
     return (Datum) 0;
 }
 

@@ -302,47 +302,20 @@ CheckRelNameArg(bool isnull, Datum value)
  * Protectable tables
  * --------------------------------------------------------------------- */
 
-/* The first row of pg_inherits whose column `attno` names `relid`. */
-static HeapTuple
-find_inherits_row(Relation inherits, AttrNumber attno, Oid relid, SysScanDesc *scan)
-{
-    ScanKeyData key;
-
-    mac_key_oid(&key, attno, relid);
-    *scan = systable_beginscan(inherits, InvalidOid, false, NULL, 1, &key);
-    return systable_getnext(*scan);
-}
-
+/*
+ * Whether a plain table inherits from another table or has children of its
+ * own.  relhassubclass (has_subclass) stays set after the last child is
+ * dropped, so the children are looked up: find_inheritance_children reads
+ * pg_inherits only when has_subclass says there may be any.
+ */
 static bool
 takes_part_in_inheritance(Relation rel)
 {
     Oid         relid = RelationGetRelid(rel);
-    Relation    inherits;
-    SysScanDesc scan;
-    HeapTuple   tuple;
-    bool        inherited;
 
     if (rel->rd_rel->relkind != RELKIND_RELATION)
         return false;
-
-    inherits = table_open(InheritsRelationId, AccessShareLock);
-    tuple = find_inherits_row(inherits, Anum_pg_inherits_inhrelid, relid, &scan);
-    inherited = HeapTupleIsValid(tuple);
-    systable_endscan(scan);
-    if (!inherited)
-    {
-        tuple = find_inherits_row(inherits, Anum_pg_inherits_inhparent, relid, &scan);
-        if (HeapTupleIsValid(tuple))
-        {
-            Oid         child = ((Form_pg_inherits) GETSTRUCT(tuple))->inhrelid;
-
-            relation_close(relation_open(child, NoLock), NoLock);
-            inherited = true;
-        }
-        systable_endscan(scan);
-    }
-    table_close(inherits, AccessShareLock);
-    return inherited;
+    return has_superclass(relid) || find_inheritance_children(relid, NoLock) != NIL;
 }
 
 void
@@ -413,4 +386,28 @@ mac_oid_hash_table(const char *name, Size entrysize, MemoryContext context)
     ctl.entrysize = entrysize;
     ctl.hcxt = context;
     return hash_create(name, 64, &ctl, HASH_ELEM | HASH_BLOBS | HASH_CONTEXT);
+}
+
+/* ---------------------------------------------------------------------
+ * Listings
+ * --------------------------------------------------------------------- */
+
+/*
+ * Puts the call in materialize mode: an empty tuple store and the
+ * function's declared result descriptor, both living as long as the query.
+ * Rows are formed from arrays of `ncolumns` values, so a declaration with
+ * another number of columns is refused.
+ */
+ReturnSetInfo *
+mac_begin_listing(FunctionCallInfo fcinfo, int ncolumns)
+{
+    InitMaterializedSRF(fcinfo, 0);
+
+    ReturnSetInfo *rsinfo = (ReturnSetInfo *) fcinfo->resultinfo;
+
+    if (rsinfo->setDesc->natts != ncolumns)
+        ereport(ERROR,
+                (errcode(ERRCODE_DATATYPE_MISMATCH),
+                 errmsg("function result must have %d columns", ncolumns)));
+    return rsinfo;
 }

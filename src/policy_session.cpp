@@ -840,70 +840,29 @@ mediation_row(const MacHashEntry *entry, Datum *values)
 }
 
 /*
- * Forms every row of the view at once, in the table's scan order.  Taking
- * the rows up front means no hash table scan stays open between calls, so
- * a caller that stops early (LIMIT) or a synchronisation between two calls
- * does no harm.
+ * Lists every element of the view's table, in the table's scan order.  All
+ * rows are formed at once, so no hash table scan stays open while the
+ * caller reads them: a caller that stops early (LIMIT) or a
+ * synchronisation meanwhile does no harm.
  */
-HeapTuple *
-materialize_view(FunctionCallInfo fcinfo, const SessionTableView *view,
-                 FuncCallContext *funcctx)
+Datum
+show_session_table(FunctionCallInfo fcinfo, const SessionTableView &view)
 {
-    TupleDesc   tupdesc;
-    List       *entries;
-    HeapTuple  *rows;
+    mac_permission_check_hint(view.action, show_labels_hint);
+
+    ReturnSetInfo *rsinfo = mac_begin_listing(fcinfo, view.ncolumns);
+    List       *entries = mac_ht_entries(view.table);
     Datum       values[MAX_VIEW_COLUMNS];
     bool        nulls[MAX_VIEW_COLUMNS] = {};
     ListCell   *lc;
 
-    if (get_call_result_type(fcinfo, NULL, &tupdesc) != TYPEFUNC_COMPOSITE)
-        ereport(ERROR,
-                (errcode(ERRCODE_FEATURE_NOT_SUPPORTED),
-                 errmsg("function returning record called in context that cannot accept type record")));
-    if (tupdesc->natts != view->ncolumns)
-        ereport(ERROR,
-                (errcode(ERRCODE_DATATYPE_MISMATCH),
-                 errmsg("function result must have %d columns", view->ncolumns)));
-    funcctx->tuple_desc = BlessTupleDesc(tupdesc);
-
-    entries = mac_ht_entries(view->table);
-    rows = (HeapTuple *) palloc(sizeof(HeapTuple) * list_length(entries));
     foreach(lc, entries)
     {
-        view->build((const MacHashEntry *) lfirst(lc), values);
-        rows[foreach_current_index(lc)] = heap_form_tuple(funcctx->tuple_desc, values, nulls);
+        view.build((const MacHashEntry *) lfirst(lc), values);
+        tuplestore_putvalues(rsinfo->setResult, rsinfo->setDesc, values, nulls);
     }
-    funcctx->max_calls = list_length(entries);
     list_free(entries);
-    return rows;
-}
-
-Datum
-show_session_table(FunctionCallInfo fcinfo, const SessionTableView &view)
-{
-    FuncCallContext *funcctx;
-
-    if (SRF_IS_FIRSTCALL())
-    {
-        MemoryContext old;
-
-        mac_permission_check_hint(view.action, show_labels_hint);
-        funcctx = SRF_FIRSTCALL_INIT();
-        old = MemoryContextSwitchTo(funcctx->multi_call_memory_ctx);
-        funcctx->user_fctx = materialize_view(fcinfo, &view, funcctx);
-        MemoryContextSwitchTo(old);
-    }
-
-    funcctx = SRF_PERCALL_SETUP();
-    if (funcctx->call_cntr < funcctx->max_calls)
-    {
-        HeapTuple  *rows = (HeapTuple *) funcctx->user_fctx;
-        Datum       row = HeapTupleGetDatum(rows[funcctx->call_cntr]);
-
-        /* The macro advances call_cntr before it reads its argument. */
-        SRF_RETURN_NEXT(funcctx, row);
-    }
-    SRF_RETURN_DONE(funcctx);
+    return (Datum) 0;
 }
 
 } // namespace
@@ -1346,11 +1305,10 @@ enum MyLabelsColumn
  */
 MAC_SQL_FUNCTION(MyLabels)
 {
-    ReturnSetInfo *rsinfo = (ReturnSetInfo *) fcinfo->resultinfo;
+    ReturnSetInfo *rsinfo = mac_begin_listing(fcinfo, MY_NCOLUMNS);
     List       *entries;
     ListCell   *lc;
 
-    InitMaterializedSRF(fcinfo, 0);
     if (!MAC_isenable())
         return (Datum) 0;
     entries = mac_ht_entries(MacSessionLabelHT);

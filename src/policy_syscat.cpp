@@ -803,3 +803,45 @@ ObjectIsExistById(Oid relid, AttrNumber attno, Oid id)
     mac_scan_end(&scan);
     return found;
 }
+
+/* ---------------------------------------------------------------------
+ * Whole catalogs
+ * --------------------------------------------------------------------- */
+
+void
+get_catalog_rows_as(Oid relid, Tuplestorestate *store, TupleDesc desc, MacListingRow fill)
+{
+    MacCatalogScan scan;
+    HeapTuple   tuple;
+    Datum      *values = (Datum *) palloc(desc->natts * sizeof(Datum));
+    bool       *nulls = (bool *) palloc(desc->natts * sizeof(bool));
+
+    mac_scan_begin(&scan, relid, AccessShareLock, 0, NULL);
+    while ((tuple = mac_scan_next(&scan)) != NULL)
+    {
+        memset(nulls, 0, desc->natts * sizeof(bool));
+        fill(&scan, tuple, values, nulls);
+        tuplestore_putvalues(store, desc, values, nulls);
+    }
+    mac_scan_end(&scan);
+}
+
+void
+get_catalog_rows(Oid relid, Tuplestorestate *store, TupleDesc desc)
+{
+    MacCatalogScan scan;
+    HeapTuple   tuple;
+
+    mac_scan_begin(&scan, relid, AccessShareLock, 0, NULL);
+
+    TupleDesc   catdesc = RelationGetDescr(scan.rel);
+    Datum      *values = (Datum *) palloc(catdesc->natts * sizeof(Datum));
+    bool       *nulls = (bool *) palloc(catdesc->natts * sizeof(bool));
+
+    while ((tuple = mac_scan_next(&scan)) != NULL)
+    {
+        heap_deform_tuple(tuple, catdesc, values, nulls);
+        tuplestore_putvalues(store, desc, values, nulls);
+    }
+    mac_scan_end(&scan);
+}

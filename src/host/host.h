@@ -177,6 +177,24 @@ host_any_catalog_row(Oid catalog, Oid index, AttrNumber attno, Oid key, Snapshot
     return found;
 }
 
+/*
+ * The SQL identifier at the front of p (ident.cpp), read as PostgreSQL's
+ * scanner reads one: unquoted, a letter, "_" or non-ASCII character, then
+ * also digits and "$"; or quoted, "" standing for one quote.  Characters
+ * are taken whole (pg_mblen).  On Read, the name as written (neither
+ * folded nor truncated) is in out when out is given (room for strlen(p) + 1
+ * bytes), and *end is behind the identifier.  None: no identifier starts
+ * at p, or its closing quote is missing.  Truncated: the string ends
+ * inside a character.
+ */
+enum class HostIdentifier
+{
+    Read,
+    None,
+    Truncated
+};
+HostIdentifier host_read_identifier(const char *p, char *out, const char **end);
+
 /* Within the layer: star_columns.cpp, called on every analysed statement. */
 void host_hide_star_columns(Query *query, const char *sourcetext);
 

@@ -46,34 +46,10 @@ struct HideLevel
 static Bitmapset *hide_in_query(Query *query, HideLevel *parent, bool keep,
                                 const char *sourcetext);
 
-static bool
-is_identifier_start(char c)
-{
-    return isalpha((unsigned char) c) || c == '_' || IS_HIGHBIT_SET(c);
-}
-
 static const char *
 skip_spaces(const char *p)
 {
     while (scanner_isspace(*p))
-        p++;
-    return p;
-}
-
-/* The end of the identifier, quoted or not, that starts at p; or NULL. */
-static const char *
-skip_identifier(const char *p)
-{
-    if (*p == '"')
-    {
-        for (p++; *p; p++)
-            if (*p == '"' && *++p != '"')
-                return p;
-        return NULL;
-    }
-    if (!is_identifier_start(*p))
-        return NULL;
-    while (is_identifier_start(*p) || isdigit((unsigned char) *p) || *p == '$')
         p++;
     return p;
 }
@@ -97,8 +73,7 @@ is_star_reference(const char *text, int location)
         p = skip_spaces(p);
         if (*p == '*')
             return true;
-        p = skip_identifier(p);
-        if (p == NULL)
+        if (host_read_identifier(p, NULL, &p) != HostIdentifier::Read)
             return false;
         p = skip_spaces(p);
         if (*p != '.')

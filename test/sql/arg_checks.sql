@@ -133,6 +133,31 @@ SELECT stmt, try_stmt(stmt) AS outcome FROM (VALUES
     ($$SELECT lavrel.apply_table_policy('p', 'public', 'x y')$$)
 ) AS t(stmt);
 
+-- In a database of a single-byte encoding, a name may hold any non-ASCII
+-- character, as it may in SQL, whatever the locale calls a letter: here
+-- LATIN1 with the C locale, where no non-ASCII character is a letter.
+\set regress_db :DBNAME
+CREATE DATABASE regress_latin1 ENCODING 'LATIN1' LC_COLLATE 'C' LC_CTYPE 'C'
+    TEMPLATE template0;
+\c regress_latin1
+SET client_encoding = 'UTF8';
+CREATE EXTENSION lavrel;
+CREATE TABLE "tÉ×" (id int);
+CREATE ROLE regress_é LOGIN;
+SELECT lavrel.create_policy('pé', 'pé_col');
+SELECT lavrel.create_policy('×p', '"É_col"');
+SELECT lavrel.create_level('pé', 'bas', 1), lavrel.create_label('pé', 'bas', 10);
+SELECT lavrel.apply_table_policy('pé', 'public', '"tÉ×"');
+SELECT lavrel.set_user_labels('pé', 'regress_é', 'bas');
+SELECT policy_name, policy_col_name FROM lavrel.policies() ORDER BY oid;
+SELECT relation_oid::regclass FROM lavrel.policy_enforcements();
+SELECT user_oid::regrole FROM lavrel.lavrel_user;
+-- Roles belong to the cluster: this one goes while its name reads the same.
+SELECT lavrel.drop_user_access('pé', 'regress_é');
+DROP ROLE regress_é;
+\c :regress_db
+DROP DATABASE regress_latin1;
+
 -- ---------------------------------------------------------------------
 -- Level and compartment ids: only the low 16 bits count, and they must
 -- lie in 1..9999.
@@ -220,8 +245,10 @@ SELECT count(*) AS policy_columns FROM pg_attribute
    AND attrelid IN ('pg_description'::regclass, 'regress_parent'::regclass,
                     'regress_child'::regclass);
 SELECT count(*) AS enforcements FROM lavrel.lavrel_policy_enforcement;
--- Without its child, the parent is an ordinary table again.
+-- Without its child, the parent is an ordinary table again, although
+-- pg_class still says it has children until it is next analysed.
 DROP TABLE regress_child;
+SELECT relhassubclass FROM pg_class WHERE oid = 'regress_parent'::regclass;
 SELECT lavrel.apply_table_policy('p', 'public', 'regress_parent');
 SELECT relation_oid::regclass FROM lavrel.lavrel_policy_enforcement;
 

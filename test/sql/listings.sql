@@ -28,6 +28,16 @@ SELECT policy_oid, policy_name FROM lavrel.lavrel_policy;
 SELECT policy_oid, relation_oid::regclass FROM lavrel.policy_enforcements();
 SELECT policy_oid, relation_oid::regclass FROM lavrel.lavrel_policy_enforcement;
 
+-- The listings take their columns from their declaration; one declared
+-- with another number of columns than the catalog is refused.
+CREATE FUNCTION regress_policies_short() RETURNS TABLE(oid oid, policy_name name)
+AS '$libdir/lavrel', 'GetLavrelPolicy' LANGUAGE C;
+CREATE FUNCTION regress_enforcements_long() RETURNS TABLE(a oid, b oid, c oid)
+AS '$libdir/lavrel', 'GetLavrelPolicyEnforcement' LANGUAGE C;
+SELECT * FROM regress_policies_short();
+SELECT * FROM regress_enforcements_long();
+DROP FUNCTION regress_policies_short(), regress_enforcements_long();
+
 -- Anyone may list, even a role that may not read the catalogs.
 CREATE ROLE regress_lavrel_reader LOGIN;
 \c - regress_lavrel_reader

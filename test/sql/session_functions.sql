@@ -141,6 +141,20 @@ SELECT lavrel.generate_default_label_value(:p1);
 SELECT lavrel.policy_read_max_label_id(:p1), lavrel.policy_read_min_label_id(:p1);
 \c - postgres
 
+-- The session tables are shown with the columns their function declares;
+-- a declaration with another number of columns is refused, once the
+-- permission check has passed.
+CREATE FUNCTION regress_lookup_short() RETURNS TABLE(policy_id oid, label_count integer)
+AS '$libdir/lavrel', 'ShowLabelLookup' LANGUAGE C;
+\set VERBOSITY sqlstate
+SELECT * FROM regress_lookup_short();
+\set VERBOSITY default
+SELECT * FROM regress_lookup_short();
+\c - regress_sf_user
+SELECT * FROM regress_lookup_short();
+\c - postgres
+DROP FUNCTION regress_lookup_short();
+
 -- A backend in which access control was never on has never synchronised,
 -- so it has no session tables: the lookup-info accessors fail, the row
 -- checks answer "no access" and the session functions are refused.
