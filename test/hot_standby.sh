@@ -4,7 +4,10 @@
 # function is refused up front as a write in a read-only transaction
 # (25006), while queries, label conversions and session labels work as on
 # the primary, and that a session open on the standby works with an
-# authorization changed on the primary from its next statement on.
+# authorization changed on the primary from its next statement on.  Then
+# recovers a base backup of the primary to a point in time between two
+# changes of an authorization, from the primary's WAL archive, and checks
+# that the recovered server mediates with the authorization of that point.
 #
 # Prints one "ok N - ..." or "not ok N - ..." line per check (with what
 # went wrong as "#" lines) and exits non-zero when a check failed.  Run by
@@ -14,11 +17,12 @@ set -euo pipefail
 cd "$LAVREL_ROOT/test"
 
 
-standby_stop() {
-    [ -n "${STANDBY_DIR:-}" ] || return 0
-    runuser -u postgres -- "$PG_BIN/pg_ctl" -D "$STANDBY_DIR" -m fast -w stop >/dev/null 2>&1 || true
+# server_stop DIR: stops the server of data directory DIR, if any.
+server_stop() {
+    [ -n "${1:-}" ] || return 0
+    runuser -u postgres -- "$PG_BIN/pg_ctl" -D "$1" -m fast -w stop >/dev/null 2>&1 || true
 }
-trap 'standby_stop; lavrel_cluster_stop' EXIT
+trap 'server_stop "${STANDBY_DIR:-}"; server_stop "${PITR_DIR:-}"; lavrel_cluster_stop' EXIT
 
 # on PORT [psql options...]: psql on the server at PORT, unaligned, no headers.
 on() {
@@ -45,6 +49,13 @@ no_rows() {
 }
 
 lavrel_cluster_start yes
+# The primary archives its WAL, for the point-in-time recovery.
+ARCHIVE=$LAVREL_CLUSTER_DIR/archive
+mkdir "$ARCHIVE"
+chown postgres: "$ARCHIVE"
+psql -X -q -d postgres -c "ALTER SYSTEM SET archive_mode = on" \
+    -c "ALTER SYSTEM SET archive_command = 'cp %p $ARCHIVE/%f'" >/dev/null
+lavrel_cluster_restart
 createdb standby_test
 on "$PGPORT" -q <<'EOF' >/dev/null
 \i sql/include/try_stmt.sql
@@ -90,6 +101,10 @@ STANDBY_PORT=$(lavrel_free_port)
 runuser -u postgres -- "$PG_BIN/pg_basebackup" -h "$PGHOST" -p "$PGPORT" -U postgres \
     -D "$STANDBY_DIR" -R -X stream -c fast
 echo "port = $STANDBY_PORT" >>"$STANDBY_DIR/postgresql.conf"
+# A base backup for the point-in-time recovery, taken at the same point.
+PITR_BACKUP=$LAVREL_CLUSTER_DIR/pitr_backup
+runuser -u postgres -- "$PG_BIN/pg_basebackup" -h "$PGHOST" -p "$PGPORT" -U postgres \
+    -D "$PITR_BACKUP" -X stream -c fast
 runuser -u postgres -- "$PG_BIN/pg_ctl" -D "$STANDBY_DIR" -l "$LAVREL_CLUSTER_DIR/standby.log" \
     -w -t 60 start >/dev/null
 
@@ -178,4 +193,60 @@ authorization_change_reaches_open_session() {
 }
 lavrel_check "a session open on the standby reads with an authorization changed on the primary at its next statement" \
     authorization_change_reaches_open_session
+
+# --- Point-in-time recovery ------------------------------------------------
+
+# wait_for TRIES PORT QUERY: QUERY answers t on the server at PORT within
+# TRIES tenths of a second.
+wait_for() {
+    local tries=0
+    until [ "$(psql -X -At -p "$2" -d standby_test -c "$3" 2>/dev/null)" = t ]; do
+        tries=$((tries + 1))
+        [ "$tries" -lt "$1" ] || { echo "no answer t to: $3"; return 1; }
+        sleep 0.1
+    done
+}
+
+# The user reads both rows, a restore point is made, his authorization is
+# dropped, and the WAL is archived up to there.
+on "$PGPORT" -q >/dev/null <<'EOF'
+SELECT lavrel.set_user_labels('p', 'regress_standby_user', 'high',
+                              min_write_label => 'high', def_label => 'high');
+SELECT pg_create_restore_point('reads_high');
+SELECT lavrel.drop_user_access('p', 'regress_standby_user');
+SELECT pg_switch_wal();
+EOF
+ARCHIVED=$(on "$PGPORT" -c "SELECT pg_walfile_name(pg_current_wal_lsn() - 1)")
+
+# The base backup, recovered from the archive to the restore point, then
+# promoted; it archives nothing itself.  (Set here: the checks run in
+# subshells, and the exit trap stops the server of $PITR_DIR.)
+PITR_DIR=$PITR_BACKUP
+PITR_PORT=$(lavrel_free_port)
+recover_to_restore_point() {
+    wait_for 600 "$PGPORT" "SELECT last_archived_wal >= '$ARCHIVED' FROM pg_stat_archiver" || return 1
+    sed -i '/^archive_/d' "$PITR_DIR/postgresql.auto.conf"
+    {
+        echo "port = $PITR_PORT"
+        echo "restore_command = 'cp $ARCHIVE/%f %p'"
+        echo "recovery_target_name = 'reads_high'"
+        echo "recovery_target_action = 'promote'"
+    } >>"$PITR_DIR/postgresql.conf"
+    runuser -u postgres -- touch "$PITR_DIR/recovery.signal"
+    runuser -u postgres -- "$PG_BIN/pg_ctl" -D "$PITR_DIR" -l "$LAVREL_CLUSTER_DIR/pitr.log" \
+        -w -t 60 start >/dev/null
+    wait_for 600 "$PITR_PORT" "SELECT NOT pg_is_in_recovery()"
+}
+lavrel_check "a base backup recovers from the WAL archive to a restore point" recover_to_restore_point
+
+# reads PORT ROWS: the user reads ROWS (ids, comma-separated) on the server at PORT.
+reads() {
+    local got
+    got=$(on "$1" -U regress_standby_user -c "SELECT string_agg(id::text, ',' ORDER BY id) FROM docs")
+    [ "$got" = "$2" ] || { echo "expected \"$2\", got \"$got\""; return 1; }
+}
+lavrel_check "the recovered server mediates with the authorization of the restore point" \
+    reads "$PITR_PORT" 1,2
+lavrel_check "while the primary mediates with the authorization dropped after it" \
+    reads "$PGPORT" ""
 exit "$LAVREL_CHECK_FAILED"

@@ -11,7 +11,7 @@
 #   dump_restore  pg_dump and pg_restore, and pg_upgrade, into a new cluster
 #               (dump_restore.sh)
 #   hot_standby   a hot standby: mediation as on the primary, administration
-#               refused (hot_standby.sh)
+#               refused; a point-in-time recovery (hot_standby.sh)
 #   pg_suites     PostgreSQL's own suites, stock against lavrel (pg_suites.sh)
 #
 # With test names as arguments (test/run.sh label_strings users), only those
