@@ -25,7 +25,11 @@ const char *const change_privileges_hint =
     "Changing a row's label needs WRITEUP to raise its level, WRITEDOWN to lower it and "
     "WRITEACROSS to change its compartments, or FULL.";
 
-/* The label with this id when it is one of the policy's, else NULL. */
+/*
+ * A copy of the label with this id when it is one of the policy's, else
+ * NULL.  A copy, because the label cache may be emptied by the catalog
+ * reads that naming labels makes.
+ */
 const MacLabel *
 policy_label(Oid policy_id, bool isnull, int32 label_id)
 {
@@ -35,7 +39,7 @@ policy_label(Oid policy_id, bool isnull, int32 label_id)
     if (isnull || !mac_valid_label_id(label_id))
         return NULL;
     label = mac_label_by_id(label_id, &owner);
-    return owner == policy_id ? label : NULL;
+    return label != NULL && owner == policy_id ? copy_mac_label(label) : NULL;
 }
 
 char *
