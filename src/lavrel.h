@@ -293,7 +293,8 @@ typedef struct MacCatalogScan
     Relation        rel;
     LOCKMODE        lockmode;
     Snapshot        snapshot;
-    SysScanDesc     scan;
+    SysScanDesc     index_scan;     /* one of the two is set */
+    TableScanDesc   table_scan;
     ScanKeyData     keys[MAC_MAX_SCAN_KEYS];
 } MacCatalogScan;
 

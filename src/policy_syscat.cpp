@@ -104,7 +104,8 @@ mac_scan_index(Relation rel, int nkeys, const ScanKeyData *keys)
  * would conflict with every change an administrator makes.  The table is
  * therefore scanned under SnapshotAny, which takes no predicate locks, and
  * each tuple is tested against the MVCC snapshot by hand.  A lookup by a
- * unique key goes through its index.
+ * unique key goes through its index; any other reads the table straight,
+ * without the slot an index scan needs.
  */
 void
 mac_scan_begin(MacCatalogScan *s, Oid relid, LOCKMODE lockmode,
@@ -116,20 +117,42 @@ mac_scan_begin(MacCatalogScan *s, Oid relid, LOCKMODE lockmode,
     s->rel = table_open(relid, lockmode);
     s->lockmode = lockmode;
     s->snapshot = RegisterSnapshot(mac_read_snapshot(relid));
-    /* The scan renumbers the keys' columns for the index: it gets a copy. */
+    /* An index scan renumbers the keys' columns for the index: it gets a copy. */
     memcpy(s->keys, keys, nkeys * sizeof(ScanKeyData));
     index = mac_scan_index(s->rel, nkeys, keys);
-    s->scan = systable_beginscan(s->rel, index, OidIsValid(index), SnapshotAny, nkeys, s->keys);
+    s->index_scan = NULL;
+    s->table_scan = NULL;
+    if (OidIsValid(index))
+        s->index_scan = systable_beginscan(s->rel, index, true, SnapshotAny, nkeys, s->keys);
+    else
+        s->table_scan = table_beginscan(s->rel, SnapshotAny, nkeys, s->keys);
+}
+
+/* The next tuple of the scan, visible or not, and the buffer that holds it. */
+static HeapTuple
+mac_scan_next_any(MacCatalogScan *s, Buffer *buffer)
+{
+    HeapTuple   tuple;
+
+    if (s->table_scan != NULL)
+    {
+        tuple = heap_getnext(s->table_scan, ForwardScanDirection);
+        *buffer = ((HeapScanDesc) s->table_scan)->rs_cbuf;
+        return tuple;
+    }
+    tuple = systable_getnext(s->index_scan);
+    *buffer = ((BufferHeapTupleTableSlot *) s->index_scan->slot)->buffer;
+    return tuple;
 }
 
 HeapTuple
 mac_scan_next(MacCatalogScan *s)
 {
     HeapTuple   tuple;
+    Buffer      buffer;
 
-    while ((tuple = systable_getnext(s->scan)) != NULL)
+    while ((tuple = mac_scan_next_any(s, &buffer)) != NULL)
     {
-        Buffer      buffer = ((BufferHeapTupleTableSlot *) s->scan->slot)->buffer;
         bool        visible;
 
         LockBuffer(buffer, BUFFER_LOCK_SHARE);
@@ -144,7 +167,10 @@ mac_scan_next(MacCatalogScan *s)
 void
 mac_scan_end(MacCatalogScan *s)
 {
-    systable_endscan(s->scan);
+    if (s->table_scan != NULL)
+        table_endscan(s->table_scan);
+    else
+        systable_endscan(s->index_scan);
     UnregisterSnapshot(s->snapshot);
     table_close(s->rel, s->lockmode);
 }
