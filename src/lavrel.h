@@ -481,7 +481,8 @@ int mac_errrefusal(const MacRefusal *why);
 /*
  * The refusals of the row checks.  `s` is the session's record for the
  * policy, NULL when the user holds no authorization under it; a row label
- * is named only when `readable` says the session may read it.
+ * is named only when `readable` says the session may read it, and
+ * `new_writable` is what the insert check answers for the new label.
  */
 MacRefusal mac_write_refusal(Oid policy_id, const MacSessionLabel *s, bool isnull,
                              int32 label_id, bool readable);
@@ -489,7 +490,7 @@ MacRefusal mac_insert_refusal(Oid policy_id, const MacSessionLabel *s, bool isnu
                               int32 label_id);
 MacRefusal mac_update_refusal(Oid policy_id, const MacSessionLabel *s,
                               bool old_isnull, int32 old_label_id, bool old_readable,
-                              bool new_isnull, int32 new_label_id);
+                              bool new_isnull, int32 new_label_id, bool new_writable);
 /* Why a new row gets no default label under the policy. */
 MacRefusal mac_default_label_refusal(Oid policy_id, const MacSessionLabel *s);
 

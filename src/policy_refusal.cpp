@@ -83,15 +83,20 @@ no_authorization(Oid policy_id)
                     GetUserNameFromId(GetSessionUserId(), false), get_policy_name(policy_id));
 }
 
-/* What a new or changed label's refusal says about that label. */
+/*
+ * What a refusal says about a label the session may not write: that it is
+ * not one of the policy's, or that it lies outside the write range.
+ * `subject` is "The new label" or "The row's label".
+ */
 MacRefusal
-new_label_refusal(Oid policy_id, const MacSessionLabel *s, bool isnull, int32 label_id)
+label_refusal(const char *subject, Oid policy_id, const MacSessionLabel *s, bool isnull,
+              int32 label_id)
 {
     const MacLabel *label = policy_label(policy_id, isnull, label_id);
 
     if (label == NULL)
-        return {not_a_label("The new label", policy_id, isnull, label_id), not_a_label_hint};
-    return {outside_range("The new label", policy_id, s, label), outside_range_hint};
+        return {not_a_label(subject, policy_id, isnull, label_id), not_a_label_hint};
+    return {outside_range(subject, policy_id, s, label), outside_range_hint};
 }
 
 /*
@@ -168,8 +173,6 @@ MacRefusal
 mac_write_refusal(Oid policy_id, const MacSessionLabel *s, bool isnull, int32 label_id,
                   bool readable)
 {
-    const MacLabel *label;
-
     if (!policy_exists(policy_id))
         return no_refusal_text;
     if (s == NULL)
@@ -177,10 +180,7 @@ mac_write_refusal(Oid policy_id, const MacSessionLabel *s, bool isnull, int32 la
     if (!readable)
         return {psprintf("The row's label is outside %s.", write_range(policy_id, s)),
                 outside_range_hint};
-    label = policy_label(policy_id, isnull, label_id);
-    if (label == NULL)
-        return {not_a_label("The row's label", policy_id, isnull, label_id), not_a_label_hint};
-    return {outside_range("The row's label", policy_id, s, label), outside_range_hint};
+    return label_refusal("The row's label", policy_id, s, isnull, label_id);
 }
 
 MacRefusal
@@ -197,13 +197,13 @@ mac_insert_refusal(Oid policy_id, const MacSessionLabel *s, bool isnull, int32 l
 
         return {detail, no_authorization(policy_id)};
     }
-    return new_label_refusal(policy_id, s, isnull, label_id);
+    return label_refusal("The new label", policy_id, s, isnull, label_id);
 }
 
 MacRefusal
 mac_update_refusal(Oid policy_id, const MacSessionLabel *s,
                    bool old_isnull, int32 old_label_id, bool old_readable,
-                   bool new_isnull, int32 new_label_id)
+                   bool new_isnull, int32 new_label_id, bool new_writable)
 {
     const MacLabel *new_label;
     const MacLabel *old_label;
@@ -214,9 +214,8 @@ mac_update_refusal(Oid policy_id, const MacSessionLabel *s,
     if (s == NULL)
         return {NULL, no_authorization(policy_id)};
     new_label = policy_label(policy_id, new_isnull, new_label_id);
-    if (new_label == NULL ||
-        !(dominates(s->max_write_label, new_label) && dominates(new_label, s->min_write_label)))
-        return new_label_refusal(policy_id, s, new_isnull, new_label_id);
+    if (new_label == NULL || !new_writable)
+        return label_refusal("The new label", policy_id, s, new_isnull, new_label_id);
     if (!old_readable)
         return {NULL, change_privileges_hint};
     old_label = policy_label(policy_id, old_isnull, old_label_id);

@@ -1185,9 +1185,11 @@ MAC_SQL_FUNCTION(LabelUpdateCheck)
     {
         bool        old_readable = (LookupLabelAccessResults(policy_id, PG_ARGISNULL(1),
                                                              label_arg(fcinfo, 1)) & MAC_MED_READ) != 0;
+        bool        new_writable = (LookupLabelInsertResults(policy_id, PG_ARGISNULL(2),
+                                                             label_arg(fcinfo, 2)) & MAC_MED_INSERT) != 0;
         MacRefusal  why = mac_update_refusal(policy_id, find_session_label(policy_id),
                                              PG_ARGISNULL(1), label_arg(fcinfo, 1), old_readable,
-                                             PG_ARGISNULL(2), label_arg(fcinfo, 2));
+                                             PG_ARGISNULL(2), label_arg(fcinfo, 2), new_writable);
 
         ereport(ERROR,
                 (errcode(ERRCODE_SYNTAX_ERROR),
