@@ -71,17 +71,24 @@ mac_read_snapshot(Oid relid)
 static Oid
 mac_scan_index(Relation rel, int nkeys, const ScanKeyData *keys)
 {
-    List       *indexes = RelationGetIndexList(rel);
+    List       *indexes;
     Oid         found = InvalidOid;
     ListCell   *lc;
 
+    if (nkeys == 0)
+        return InvalidOid;
+    indexes = RelationGetIndexList(rel);
     foreach(lc, indexes)
     {
-        Relation    index = index_open(lfirst_oid(lc), AccessShareLock);
-        int2vector *columns = &index->rd_index->indkey;
+        /* The table's lock keeps its indexes; their columns come from the cache. */
+        HeapTuple   tuple = SearchSysCache1(INDEXRELID, ObjectIdGetDatum(lfirst_oid(lc)));
+        const int2vector *columns;
         bool        leading = false;
         int         covered = 0;
 
+        if (!HeapTupleIsValid(tuple))
+            elog(ERROR, "cache lookup failed for index %u", lfirst_oid(lc));
+        columns = &((Form_pg_index) GETSTRUCT(tuple))->indkey;
         for (int i = 0; i < nkeys; i++)
         {
             leading |= keys[i].sk_attno == columns->values[0];
@@ -90,7 +97,7 @@ mac_scan_index(Relation rel, int nkeys, const ScanKeyData *keys)
         }
         if (leading && covered == nkeys)
             found = lfirst_oid(lc);
-        index_close(index, AccessShareLock);
+        ReleaseSysCache(tuple);
         if (OidIsValid(found))
             break;
     }
