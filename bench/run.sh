@@ -115,7 +115,7 @@ load_lavrel_cluster() {
         bench_psql -d "sync_$n" -v labels="$n" -f "$BENCH/sync_setup.sql"
     done
     readable=$(bench_psql -At -d bench -c "SELECT string_agg(id::text, ',' ORDER BY id) FROM readable")
-    PGBENCH_VARS=(readable="'{$readable}'" batch="$BATCH"
+    PGBENCH_VARS=(readable="'{$readable}'" batch="$BATCH" accounts=$((PGBENCH_SCALE * 100000))
                   ids_file="'$dir/rows_ids.txt'" labels_file="'$dir/rows_labels.txt'")
 }
 
@@ -231,24 +231,45 @@ range_uses_index() {
     fi
 }
 
+# The full scan against three baselines: the plain predicate, a simple
+# row-level security policy, and the fastest one (rls_fast); then the same
+# scan with two parallel workers: lavrel's speed-up (serial / parallel
+# latency) against the plain predicate's.
 scan_scenarios() {
     local index
-    same_answer bench outsider:full_plain reader:full_lavrel outsider:full_rls
-    measure statement_latency bench outsider:full_plain reader:full_lavrel outsider:full_rls
+    same_answer bench outsider:full_plain reader:full_lavrel outsider:full_rls outsider:full_rls_fast \
+                outsider:parallel_plain reader:parallel_lavrel
+    measure statement_latency bench outsider:full_plain reader:full_lavrel outsider:full_rls \
+            outsider:full_rls_fast outsider:parallel_plain reader:parallel_lavrel
     add_row "full scan vs plain predicate" ms "${LATENCY[outsider:full_plain]}" \
-            "${LATENCY[reader:full_lavrel]}" "<= 1.30" 'r <= 1.3'
+            "${LATENCY[reader:full_lavrel]}" "<= 1.05" 'r <= 1.05'
     add_row "full scan vs row-level security" ms "${LATENCY[outsider:full_rls]}" \
             "${LATENCY[reader:full_lavrel]}" "< 1.00" 'r < 1'
+    add_row "full scan vs fastest row-level security" ms "${LATENCY[outsider:full_rls_fast]}" \
+            "${LATENCY[reader:full_lavrel]}" "<= 1.00" 'r <= 1'
+    add_row "parallel speed-up, 2 workers, vs plain" x \
+            "$(speedup outsider:full_plain outsider:parallel_plain)" \
+            "$(speedup reader:full_lavrel reader:parallel_lavrel)" ">= 0.90" 'r >= 0.9'
     index=$(range_uses_index)
-    compare "label range, index" outsider:range_plain reader:range_lavrel \
-            "index used; <= 2.00" "r <= 2 && $index"
+    same_answer bench outsider:range_plain reader:range_lavrel outsider:range_rls_fast
+    measure statement_latency bench outsider:range_plain reader:range_lavrel outsider:range_rls_fast
+    add_row "label range, index, vs plain predicate" ms "${LATENCY[outsider:range_plain]}" \
+            "${LATENCY[reader:range_lavrel]}" "index used; <= 2.00" "r <= 2 && $index"
+    add_row "label range, index, vs fastest policy" ms "${LATENCY[outsider:range_rls_fast]}" \
+            "${LATENCY[reader:range_lavrel]}" "index used; <= 1.10" "r <= 1.1 && $index"
+}
+
+# speedup <serial side> <parallel side>: how many times faster the parallel
+# run was.
+speedup() {
+    awk -v s="${LATENCY[$1]}" -v p="${LATENCY[$2]}" 'BEGIN { print s / p }'
 }
 
 write_scenarios() {
     compare "INSERT $BATCH rows, default label" outsider:insert_plain reader:insert_lavrel \
             "<= 1.30" 'r <= 1.3'
     compare "UPDATE $BATCH rows" outsider:update_plain reader:update_lavrel "<= 1.50" 'r <= 1.5'
-    compare "COPY TO, readable rows" outsider:copy_to_plain reader:copy_to_lavrel "<= 1.50" 'r <= 1.5'
+    compare "COPY TO, readable rows" outsider:copy_to_plain reader:copy_to_lavrel "<= 1.10" 'r <= 1.1'
     # Rows of every label: the administrator loads them, with FULL.
     compare "COPY FROM $ROWS rows, label strings" outsider:copy_from_plain postgres:copy_from_lavrel \
             "<= 2.00" 'r <= 2'
@@ -283,13 +304,71 @@ sync_scenarios() {
     done
     measure transaction_latency "sync_$n" outsider:select_one postgres:select_one
     add_row "statement, nothing changed, $n labels" ms "${LATENCY[outsider:select_one]}" \
-            "${LATENCY[postgres:select_one]}" "<= 1.01" 'r <= 1.01'
+            "${LATENCY[postgres:select_one]}" "<= 1.05" 'r <= 1.05'
+    measure connection_latency "sync_$n" outsider:select_one postgres:select_one
+    add_row "first statement of a connection, $n labels" ms "${LATENCY[outsider:select_one]}" \
+            "${LATENCY[postgres:select_one]}" "lavrel - baseline <= 1.5 ms" 'l - b <= 1.5'
+}
+
+# connection_latency <db> <user> <script>: mean latency (ms) of a new
+# connection running the script once.
+connection_latency() {
+    script_run "$@" -C | awk '/^tps = / { print 1000 / $3 }'
 }
 
 tps() {
     checkpoint_before bench
     run_pgbench -n -b "$1" -c 2 -j 2 -T "$TPS_SECONDS" -U reader bench |
         awk '/^tps = / { print $3 }'
+}
+
+# script_tps <script> [pgbench options]: transactions per second of two
+# clients of the reader running bench/sql/<script>.sql as prepared
+# statements.
+script_tps() {
+    local script=$1 vars=() v
+    shift
+    for v in "${PGBENCH_VARS[@]}"; do
+        vars+=(-D "$v")
+    done
+    checkpoint_before bench
+    run_pgbench -n -M prepared -c 2 -j 2 -T "$TPS_SECONDS" -U reader "${vars[@]}" "$@" \
+                -f "$BENCH/sql/$script.sql" bench | awk '/^tps = / { print $3 }'
+}
+
+# churned_tps <script>: script_tps while the administrator changes an
+# authorization every 50 ms, from a connection of his own.
+churned_tps() {
+    local churn tps
+    "$PG_BIN/pgbench" -n -c 1 -T $((TPS_SECONDS + 2)) -f "$BENCH/sql/churn.sql" bench >/dev/null 2>&1 &
+    churn=$!
+    sleep 1
+    tps=$(script_tps "$1")
+    wait "$churn"
+    echo "$tps"
+}
+
+# Prepared statements on pgbench_accounts' rows, unprotected and
+# protected (the reader reads and writes every row), and the protected
+# select again while the administrator works.
+prepared_scenarios() {
+    local r kind
+    local -A runs=()
+    for ((r = 0; r < ROUNDS; r++)); do
+        for kind in select update; do
+            runs[$kind:plain]+=" $(script_tps "${kind}_accounts_plain")"
+            runs[$kind:lavrel]+=" $(script_tps "${kind}_accounts_protected")"
+        done
+        runs[churn]+=" $(churned_tps select_accounts_protected)"
+    done
+    for kind in select update; do
+        # shellcheck disable=SC2086
+        add_row "prepared $kind by key, 2 clients" tps "$(median ${runs[$kind:plain]})" \
+                "$(median ${runs[$kind:lavrel]})" ">= 0.90" 'r >= 0.9'
+    done
+    # shellcheck disable=SC2086
+    add_row "prepared select, authorization changed every 50 ms" tps \
+            "$(median ${runs[select:lavrel]})" "$(median ${runs[churn]})" ">= 0.90" 'r >= 0.9'
 }
 
 # pgbench's own tables, unprotected, in the cluster without lavrel and in
@@ -367,6 +446,7 @@ main() {
     scan_scenarios
     write_scenarios
     sync_scenarios
+    prepared_scenarios
     pgbench_scenarios
     mkdir -p "$RESULTS"
     echo

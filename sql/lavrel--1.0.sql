@@ -307,12 +307,28 @@ AS 'MODULE_PATHNAME', 'GetLavrelPolicyEnforcement' LANGUAGE C;
 -- Row mediation.  Called from rewritten queries and the policy column's
 -- default, so by every user.  Their answers come from the backend's
 -- session state: never IMMUTABLE (a cached plan would keep a folded
--- answer) and never in a parallel worker (which has no session state).
+-- answer).
 -- ---------------------------------------------------------------------
+
+-- The label filter: the ids of the labels whose rows the session reads,
+-- evaluated once per execution of a statement (parallel workers have the
+-- leader's labels), and the test of a row's label against them, which
+-- depends on its arguments alone.
+CREATE FUNCTION lavrel.readable_labels(policy oid)
+RETURNS integer[] AS 'MODULE_PATHNAME', 'ReadableLabels'
+LANGUAGE C STABLE STRICT PARALLEL SAFE;
+
+CREATE FUNCTION lavrel.label_in_support(internal)
+RETURNS internal AS 'MODULE_PATHNAME', 'LabelInSupport'
+LANGUAGE C STRICT;
+
+CREATE FUNCTION lavrel.label_in(policy oid, label integer, ids integer[])
+RETURNS boolean AS 'MODULE_PATHNAME', 'LabelIn'
+LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE SUPPORT lavrel.label_in_support;
 
 CREATE FUNCTION lavrel.read_mediation(policy oid, label integer)
 RETURNS boolean AS 'MODULE_PATHNAME', 'ReadMediation'
-LANGUAGE C STABLE PARALLEL RESTRICTED;
+LANGUAGE C STABLE PARALLEL SAFE;
 
 CREATE FUNCTION lavrel.write_mediation(policy oid, label integer)
 RETURNS boolean AS 'MODULE_PATHNAME', 'WriteMediation'
@@ -525,14 +541,17 @@ COMMENT ON FUNCTION lavrel.label(integer) IS 'A row''s label as its string, null
 COMMENT ON FUNCTION lavrel.privs_to_char(integer) IS 'The privilege names of a privilege mask';
 COMMENT ON FUNCTION lavrel.policies() IS 'Every policy and its policy column';
 COMMENT ON FUNCTION lavrel.policy_enforcements() IS 'Every table under every policy';
-COMMENT ON FUNCTION lavrel.read_mediation(oid, integer) IS 'Whether the session reads rows of a label (the label filter)';
+COMMENT ON FUNCTION lavrel.readable_labels(oid) IS 'The ids of the labels whose rows the session reads, ascending (the label filter)';
+COMMENT ON FUNCTION lavrel.label_in(oid, integer, integer[]) IS 'Whether a label is one of the ids (the label filter''s test of a row)';
+COMMENT ON FUNCTION lavrel.label_in_support(internal) IS 'The planner''s estimate and index condition for label_in';
+COMMENT ON FUNCTION lavrel.read_mediation(oid, integer) IS 'Whether the session reads rows of a label';
 COMMENT ON FUNCTION lavrel.write_mediation(oid, integer) IS 'True if the session writes rows of a label, else an error (UPDATE and DELETE)';
 COMMENT ON FUNCTION lavrel.label_insert(oid, integer) IS 'The label if the session may store it, else an error (INSERT, UPDATE, COPY FROM)';
 COMMENT ON FUNCTION lavrel.label_update(oid, integer, integer) IS 'The new label if the session may change a row''s label to it, else an error (UPDATE)';
 COMMENT ON FUNCTION lavrel.table_guard(integer) IS 'Row-level security guard of a protected table: fails wherever it runs';
 COMMENT ON FUNCTION lavrel.generate_default_label_value(oid) IS 'The label id of a new row without a label (the policy column''s default)';
-COMMENT ON FUNCTION lavrel.policy_read_max_label_id(oid) IS 'The highest label id the session may see (the label filter''s range)';
-COMMENT ON FUNCTION lavrel.policy_read_min_label_id(oid) IS 'The lowest label id the session may see (the label filter''s range)';
+COMMENT ON FUNCTION lavrel.policy_read_max_label_id(oid) IS 'The highest label id the session may see';
+COMMENT ON FUNCTION lavrel.policy_read_min_label_id(oid) IS 'The lowest label id the session may see';
 COMMENT ON FUNCTION lavrel.sync_object_names() IS 'Record the names of the objects the catalogs refer to, or point the catalogs at them after a restore (administrator)';
 
 -- ---------------------------------------------------------------------

@@ -194,11 +194,13 @@ _PG_init(void)
 {
     host_require_preload();
     mac_base_init();
+    mac_session_init();
     host_install_hooks();
     MacNeedCheckPermisition_hook = MacNeedCheckPermisition;
     MacCreateExtensionProcess_hook = MacCreateExtensionProcess;
     SyncMacSession_hook = SyncMacSession;
     MAC_Rewrite_hook = MAC_Rewrite;
+    MacPlanFinished_hook = MacPlanFinished;
     MacForeignKeyAction_hook = MacForeignKeyAction;
     MacFunctionNotInlinable_hook = MacFunctionNotInlinable;
     MacHiddenPolicyColumn_hook = MacHiddenPolicyColumn;

@@ -160,8 +160,8 @@ extern PGDLLEXPORT Oid LabelInsertProc;
 extern PGDLLEXPORT Oid LabelUpdateProc;
 extern PGDLLEXPORT Oid LabelToCharProc;
 extern PGDLLEXPORT Oid CharToLabelProc;
-extern PGDLLEXPORT Oid PolicyMaxLabelIdProc;
-extern PGDLLEXPORT Oid PolicyMinLabelIdProc;
+extern PGDLLEXPORT Oid ReadableLabelsProc;
+extern PGDLLEXPORT Oid LabelInProc;
 
 /* Defines lavrel.enable_mac and watches the catalogs; once, at load. */
 void mac_base_init(void);
@@ -557,6 +557,7 @@ typedef struct MacLabelLookupInfo
     int32       max_label_id;
     int32       min_label_id;
     int32       label_count;
+    ArrayType  *readable;       /* ids of the labels the session reads, ascending */
 } MacLabelLookupInfo;
 
 /*
@@ -564,9 +565,12 @@ typedef struct MacLabelLookupInfo
  * session user; a no-op while it is current.
  */
 PGDLLEXPORT void SyncMacSession(void);
+/* The setting through which parallel workers get the leader's labels. */
+void        mac_session_init(void);
 /* DISCARD ALL: the session's own labels go. */
 PGDLLEXPORT void MacSessionDiscarded(void);
-PGDLLEXPORT bool need_mac_indexable_quals(Oid policy_id);
+PGDLLEXPORT bool mac_session_reads_all(Oid policy_id);
+double      mac_session_readable_share(Oid policy_id);
 PGDLLEXPORT uint32 LookupLabelAccessResults(Oid policy_id, bool isnull, int32 label_id);
 MacSessionLabel *mac_SessionLabelHTLookup(Oid policy_id);
 
@@ -575,6 +579,7 @@ MacSessionLabel *mac_SessionLabelHTLookup(Oid policy_id);
  * --------------------------------------------------------------------- */
 
 PGDLLEXPORT Query *MAC_Rewrite(Query *query);
+PGDLLEXPORT void MacPlanFinished(PlannedStmt *plan);
 PGDLLEXPORT Query *MacForeignKeyAction(Query *query);
 PGDLLEXPORT bool MacFunctionNotInlinable(HeapTuple proctup);
 

@@ -33,8 +33,8 @@ Oid         LabelInsertProc = InvalidOid;
 Oid         LabelUpdateProc = InvalidOid;
 Oid         LabelToCharProc = InvalidOid;
 Oid         CharToLabelProc = InvalidOid;
-Oid         PolicyMaxLabelIdProc = InvalidOid;
-Oid         PolicyMinLabelIdProc = InvalidOid;
+Oid         ReadableLabelsProc = InvalidOid;
+Oid         LabelInProc = InvalidOid;
 }
 
 /* Whether the sixteen ids below have been resolved in this process. */
@@ -67,8 +67,8 @@ const NamedId mac_functions[] = {
     {"label_update", &LabelUpdateProc},
     {"label_to_char", &LabelToCharProc},
     {"char_to_label", &CharToLabelProc},
-    {"policy_read_max_label_id", &PolicyMaxLabelIdProc},
-    {"policy_read_min_label_id", &PolicyMinLabelIdProc},
+    {"readable_labels", &ReadableLabelsProc},
+    {"label_in", &LabelInProc},
 };
 
 template <size_t N, typename Resolve>

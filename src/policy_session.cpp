@@ -437,20 +437,53 @@ remove_unauthorized_session_labels(Oid user_id, List *policy_ids)
     list_free(entries);
 }
 
+/* The policies of which the session reads every label, in oid order. */
+List *
+policies_read_in_full(void)
+{
+    List       *entries = mac_ht_entries(MacSessionLabelHT);
+    List       *policy_ids = NIL;
+    ListCell   *lc;
+
+    foreach(lc, entries)
+    {
+        const MacSessionLabel *s = (const MacSessionLabel *) ((MacHashEntry *) lfirst(lc))->record;
+
+        if (s->privs & (MAC_PRIV_READ | MAC_PRIV_FULL))
+            policy_ids = lappend_oid(policy_ids, ((MacHashEntry *) lfirst(lc))->key);
+    }
+    list_free(entries);
+    list_sort(policy_ids, list_oid_cmp);
+    return policy_ids;
+}
+
 /*
- * The filters of cached plans are shaped by the privileges of the session
- * user, who changes under SET SESSION AUTHORIZATION while the current role
- * (all the plan cache knows of) may stay the same, as in a SECURITY
- * DEFINER function.  Plans made for another session user are discarded.
+ * Cached plans are shaped by the session user's privileges (a policy whose
+ * labels the session reads in full gets no filter) and by the objects the
+ * user may call (only they are inlined).  The session user changes under
+ * SET SESSION AUTHORIZATION while the current role, all the plan cache
+ * knows of, may stay the same (in a SECURITY DEFINER function, say), and
+ * the privileges change with the user's authorization.  When either
+ * changed, the session's plans are made again; otherwise they stay, as the
+ * filter reads the session's labels when it runs.
  */
 void
-forget_plans_of_other_session_user(Oid user_id)
+forget_plans_of_another_shape(Oid user_id)
 {
     static Oid  planned_for = InvalidOid;
+    static List *planned_reading_all = NIL;
+    List       *reading_all = policies_read_in_full();
 
-    if (OidIsValid(planned_for) && planned_for != user_id)
+    if ((OidIsValid(planned_for) && planned_for != user_id) ||
+        !equal(reading_all, planned_reading_all))
         ResetPlanCache();
     planned_for = user_id;
+    list_free(planned_reading_all);
+    MemoryContext old = MemoryContextSwitchTo(MacSessionContext);
+
+    planned_reading_all = list_copy(reading_all);
+    MemoryContextSwitchTo(old);
+    list_free(reading_all);
 }
 
 void
@@ -460,11 +493,11 @@ RefreshSessionLabels(void)
     List       *policy_ids = get_all_user_accesses(user_id);
     ListCell   *lc;
 
-    forget_plans_of_other_session_user(user_id);
     remove_unauthorized_session_labels(user_id, policy_ids);
     foreach(lc, policy_ids)
         refresh_policy_session_label(lfirst_oid(lc), user_id);
     list_free(policy_ids);
+    forget_plans_of_another_shape(user_id);
 }
 
 /* ---------------------------------------------------------------------
@@ -547,13 +580,14 @@ count_mediated_label(MacLabelLookupInfo *summary, int32 label_id)
 }
 
 /*
- * Records the mediation mask of one label.  Returns whether the label may
- * become the default row label (the session may insert it and its row label
- * dominates it).
+ * Records the mediation mask of one label, and its id in `readable` when
+ * the session reads its rows.  Returns whether the label may become the
+ * default row label (the session may insert it and its row label dominates
+ * it).
  */
 bool
 mediate_label(Oid policy_id, const MacSessionLabel *s, int32 label_id,
-              const MacLabel *label, MacLabelLookupInfo *summary)
+              const MacLabel *label, MacLabelLookupInfo *summary, List **readable)
 {
     MacLabelMediation *rec;
 
@@ -565,7 +599,29 @@ mediate_label(Oid policy_id, const MacSessionLabel *s, int32 label_id,
     rec->information_mask = mediation_mask(s, label);
     mac_LabelMediationHTInsert(label_id, rec);
     count_mediated_label(summary, label_id);
+    if (rec->information_mask & MAC_MED_READ)
+        *readable = lappend_int(*readable, label_id);
     return (rec->information_mask & MAC_MED_INSERT) && dominates(s->row_label, label);
+}
+
+/* An int4 array of `ids` in ascending order, in the session context. */
+ArrayType *
+session_id_array(List *ids)
+{
+    MemoryContext old = MemoryContextSwitchTo(MacSessionContext);
+    int         n = list_length(ids);
+    Datum      *elems = (Datum *) palloc(Max(n, 1) * sizeof(Datum));
+    ArrayType  *array;
+    int         i = 0;
+    ListCell   *lc;
+
+    list_sort(ids, list_int_cmp);
+    foreach(lc, ids)
+        elems[i++] = Int32GetDatum(lfirst_int(lc));
+    array = construct_array(elems, n, INT4OID, sizeof(int32), true, TYPALIGN_INT);
+    pfree(elems);
+    MemoryContextSwitchTo(old);
+    return array;
 }
 
 void
@@ -586,6 +642,7 @@ BuildLabelMediation(Oid policy_id, const MacSessionLabel *s)
     List       *label_ids;
     List       *labels;
     List       *candidates = NIL;
+    List       *readable = NIL;
     ListCell   *id;
     ListCell   *label;
 
@@ -593,11 +650,14 @@ BuildLabelMediation(Oid policy_id, const MacSessionLabel *s)
     labels = get_policy_labels(policy_id, &label_ids);
     forboth(id, label_ids, label, labels)
     {
-        if (mediate_label(policy_id, s, lfirst_int(id), (const MacLabel *) lfirst(label), &summary))
+        if (mediate_label(policy_id, s, lfirst_int(id), (const MacLabel *) lfirst(label),
+                          &summary, &readable))
             candidates = lappend(candidates, lfirst(label));
     }
     summary.default_row_label_id = choose_default_row_label(policy_id, candidates);
+    summary.readable = session_id_array(readable);
     list_free(candidates);
+    list_free(readable);
     free_labels(labels);
     list_free(label_ids);
 
@@ -924,11 +984,190 @@ mac_LabelLookupInfoHTDelete(MacLabelLookupInfo *rec)
         elog(WARNING, "trying to delete label from lookup information that does not exist");
 }
 
+/* Removes a lookup summary from its table; the caller frees the record. */
+static void
+remove_lookup_info(MacLabelLookupInfo *rec)
+{
+    mac_LabelLookupInfoHTDelete(rec);
+    pfree(rec->readable);
+}
+
 void
 mac_LabelMediationHTDelete(MacLabelMediation *rec)
 {
     if (!mac_ht_remove(MacLabelMediationHT, rec))
         elog(WARNING, "trying to delete label mediation that does not exist");
+}
+
+/* ---------------------------------------------------------------------
+ * Parallel workers
+ *
+ * A parallel worker filters and mediates with exactly the leader's session
+ * labels, which may differ from what the catalogs give (the session may
+ * have set its own), so the worker cannot derive them itself.  The leader
+ * keeps them as text in the setting lavrel.parallel_session_labels, which
+ * PostgreSQL copies into every worker it starts, and the worker builds its
+ * mediation caches from them and the catalogs as the leader does.  Only a
+ * superuser may set the setting, and no configuration file, so a user
+ * cannot hand workers labels of his choosing; a worker that finds no
+ * labels there has none, and reads nothing protected.
+ *
+ * The text: one record per policy, separated by ';', each
+ *   policy user privileges label label label label label label
+ * with the six labels in MacSessionLabel's order, each "level:c,c,...".
+ * --------------------------------------------------------------------- */
+
+static char *parallel_session_labels = NULL;
+
+/* What this backend last put there, and the session tables it came from. */
+static char *shipped_labels = NULL;
+static uint64 shipped_at_changes = 0;
+
+static MacLabel *MacSessionLabel::*const session_label_fields[] = {
+    &MacSessionLabel::max_read_label, &MacSessionLabel::max_write_label,
+    &MacSessionLabel::min_write_label, &MacSessionLabel::read_label,
+    &MacSessionLabel::write_label, &MacSessionLabel::row_label,
+};
+
+static void
+append_label_text(StringInfo buf, const MacLabel *label)
+{
+    int         c = -1;
+    char        separator = ':';
+
+    appendStringInfo(buf, " %d", label->level);
+    while ((c = bms_next_member(label->compartments, c)) >= 0)
+    {
+        appendStringInfo(buf, "%c%d", separator, c);
+        separator = ',';
+    }
+    if (separator == ':')
+        appendStringInfoChar(buf, ':');
+}
+
+static char *
+session_labels_text(void)
+{
+    List       *entries = mac_ht_entries(MacSessionLabelHT);
+    StringInfoData buf;
+    ListCell   *lc;
+
+    initStringInfo(&buf);
+    foreach(lc, entries)
+    {
+        MacHashEntry *entry = (MacHashEntry *) lfirst(lc);
+        const MacSessionLabel *rec = (const MacSessionLabel *) entry->record;
+
+        appendStringInfo(&buf, "%s%u %u %u", buf.len > 0 ? ";" : "", entry->key,
+                         rec->user_id, (unsigned) rec->privs);
+        for (MacLabel *MacSessionLabel::*field : session_label_fields)
+            append_label_text(&buf, rec->*field);
+    }
+    list_free(entries);
+    return buf.data;
+}
+
+/*
+ * Puts the session's labels where parallel workers find them, when they
+ * changed or the setting lost them (a transaction or function that set it
+ * was undone).  Not possible, and not needed, in parallel mode: the
+ * session's labels cannot change during a parallel operation.
+ */
+static void
+ship_session_labels(void)
+{
+    char       *text;
+
+    if (IsParallelWorker() || IsInParallelMode())
+        return;
+    if (shipped_at_changes == session_table_changes && shipped_labels != NULL &&
+        parallel_session_labels != NULL && strcmp(parallel_session_labels, shipped_labels) == 0)
+        return;
+    text = session_labels_text();
+    (void) set_config_option("lavrel.parallel_session_labels", text, PGC_SUSET, PGC_S_SESSION,
+                             GUC_ACTION_SET, true, 0, false);
+    if (shipped_labels != NULL)
+        pfree(shipped_labels);
+    shipped_labels = MemoryContextStrdup(MacSessionContext, text);
+    shipped_at_changes = session_table_changes;
+    pfree(text);
+}
+
+static void
+malformed_session_labels(void)
+{
+    elog(ERROR, "malformed lavrel.parallel_session_labels");
+}
+
+static long
+read_number(char **cursor)
+{
+    char       *end;
+    long        value = strtol(*cursor, &end, 10);
+
+    if (end == *cursor)
+        malformed_session_labels();
+    *cursor = end;
+    return value;
+}
+
+static MacLabel *
+read_label_text(char **cursor)
+{
+    int16       level = (int16) read_number(cursor);
+    Bitmapset  *compartments = NULL;
+    MacLabel   *label;
+
+    if (**cursor != ':')
+        malformed_session_labels();
+    while (**cursor == ':' || **cursor == ',')
+    {
+        (*cursor)++;
+        if (isdigit((unsigned char) **cursor))
+            compartments = bms_add_member(compartments, (int) read_number(cursor));
+    }
+    label = session_make_label(level, compartments);
+    bms_free(compartments);
+    return label;
+}
+
+/* A parallel worker's session labels: the leader's, as it shipped them. */
+static void
+restore_leader_session_labels(void)
+{
+    char       *cursor = parallel_session_labels;
+
+    remove_unauthorized_session_labels(InvalidOid, NIL);
+    while (cursor != NULL && *cursor != '\0')
+    {
+        MacSessionLabel *rec = session_new<MacSessionLabel>();
+        Oid         policy_id = (Oid) read_number(&cursor);
+
+        rec->user_id = (Oid) read_number(&cursor);
+        rec->privs = (uint16) read_number(&cursor);
+        for (MacLabel *MacSessionLabel::*field : session_label_fields)
+            rec->*field = read_label_text(&cursor);
+        mac_SessionLabelHTInsert(policy_id, rec);
+        if (*cursor == ';')
+            cursor++;
+        else if (*cursor != '\0')
+            malformed_session_labels();
+    }
+}
+
+/* The setting the leader ships its labels in; once, at load. */
+void
+mac_session_init(void)
+{
+    DefineCustomStringVariable("lavrel.parallel_session_labels",
+                               "The session labels of the leader, for its parallel workers.",
+                               NULL,
+                               &parallel_session_labels,
+                               "",
+                               PGC_SUSET,
+                               GUC_NO_SHOW_ALL | GUC_NOT_IN_SAMPLE | GUC_DISALLOW_IN_FILE |
+                               GUC_NO_RESET_ALL | GUC_SUPERUSER_ONLY,
+                               NULL, NULL, NULL);
 }
 
 /* ---------------------------------------------------------------------
@@ -953,9 +1192,12 @@ rebuild_session_state(void)
     uint64      version = mac_catalog_version;
 
     session_state_version = 0;
-    empty_session_table(MacLabelLookupInfoHT, mac_LabelLookupInfoHTDelete);
+    empty_session_table(MacLabelLookupInfoHT, remove_lookup_info);
     empty_session_table(MacLabelMediationHT, mac_LabelMediationHTDelete);
-    RefreshSessionLabels();
+    if (IsParallelWorker())
+        restore_leader_session_labels();
+    else
+        RefreshSessionLabels();
     build_all_mediations();
     session_state_version = version;
     session_state_user = GetSessionUserId();
@@ -977,6 +1219,7 @@ SyncMacSession(void)
     InitMacSessionState();
     if (!session_state_current())
         rebuild_session_state();
+    ship_session_labels();
 }
 
 /*
@@ -1001,17 +1244,29 @@ lookup_info_field(Oid policy_id, int32 MacLabelLookupInfo::*field)
     return info != NULL ? info->*field : 0;
 }
 
-/* Sessions with READ or FULL may read every label: no range clauses then. */
+/*
+ * The share of the labels the session sees (those its max read label
+ * dominates) whose rows it reads: the planner's estimate of the rows the
+ * label filter keeps.
+ */
+double
+mac_session_readable_share(Oid policy_id)
+{
+    MacLabelLookupInfo *info = find_lookup_info(policy_id);
+
+    if (info == NULL || info->label_count == 0)
+        return 0.0;
+    return (double) ArrayGetNItems(ARR_NDIM(info->readable), ARR_DIMS(info->readable)) /
+        info->label_count;
+}
+
+/* Sessions with READ or FULL read every row of the policy's tables. */
 bool
-need_mac_indexable_quals(Oid policy_id)
+mac_session_reads_all(Oid policy_id)
 {
     MacSessionLabel *s = find_session_label(policy_id);
 
-    if (s == NULL)
-        return true;
-    if (s->privs & MAC_PRIV_READ)
-        return false;
-    return (s->privs & MAC_PRIV_FULL) == 0;
+    return s != NULL && (s->privs & (MAC_PRIV_READ | MAC_PRIV_FULL)) != 0;
 }
 
 /* ---------------------------------------------------------------------
@@ -1363,4 +1618,21 @@ MAC_SQL_FUNCTION(GetPolicyReadMaxLabelId)
 MAC_SQL_FUNCTION(GetPolicyReadMINLabelId)
 {
     PG_RETURN_INT32(lookup_info_field(policy_id_arg(fcinfo), &MacLabelLookupInfo::min_label_id));
+}
+
+/*
+ * readable_labels(policy oid) RETURNS int4[]: the ids of the labels whose
+ * rows the session reads, ascending; empty without an authorization.  The
+ * label filter evaluates it once per execution of a statement, so that a
+ * cached plan follows the session's labels and parallel workers receive
+ * the leader's answer.  The result is a copy: the session state may be
+ * rebuilt while the statement still holds it.
+ */
+MAC_SQL_FUNCTION(ReadableLabels)
+{
+    MacLabelLookupInfo *info = find_lookup_info(policy_id_arg(fcinfo));
+
+    if (info == NULL)
+        PG_RETURN_ARRAYTYPE_P(construct_empty_array(INT4OID));
+    PG_RETURN_ARRAYTYPE_P(DatumGetArrayTypePCopy(PointerGetDatum(info->readable)));
 }

@@ -8,11 +8,12 @@
  * rules and the defaults of omitted INSERT columns are expanded), before
  * the planner.  For each protected table:
  *   - every reference to the table, the target of UPDATE and DELETE
- *     included, gets the read filter as a security qual: read_mediation
- *     and, for sessions without READ or FULL, label-id range clauses an
- *     index on the policy column can use.  Rows the session may not read
- *     are invisible to the statement, and a non-leakproof function the
- *     user wrote never sees them;
+ *     included, gets the read filter as a security qual: for each policy
+ *     whose labels the session may not all read (it lacks READ and FULL),
+ *     the policy column must be one of the session's readable label ids,
+ *     an array computed once per execution.  Rows the session may not
+ *     read are invisible to the statement, and a non-leakproof function
+ *     the user wrote never sees them;
  *   - among the rows UPDATE and DELETE select, each must be writable:
  *     write_mediation runs in the statement's target list, which the
  *     executor evaluates only for rows that passed every qual and join,
@@ -28,6 +29,8 @@
  * their own.
  */
 #include "lavrel.h"
+
+#include <algorithm>
 
 
 
@@ -58,40 +61,173 @@ policy_column_var(const MacTablePolicy *policy, Oid relid, int varno)
     return makeVar(varno, mac_policy_column_attnum(relid, policy), INT4OID, -1, InvalidOid, 0);
 }
 
-/* pg_catalog's int4 "<=", never one found through the user's search_path. */
-Oid
-int4_le_operator(void)
+} // namespace
+
+/*
+ * The read filter of one policy, for a session that may not read every
+ * label:
+ *   lavrel.label_in(P, c, (SELECT lavrel.readable_labels(P)))
+ * The sub-select becomes an initplan, evaluated once per execution: a
+ * cached plan serves whatever labels the session holds when it runs, and
+ * parallel workers receive the leader's array as a parameter.  label_in
+ * answers a row with a binary search of the array; its support function
+ * turns it into "c = ANY (array)" for an index on the policy column, and
+ * estimates its selectivity.
+ */
+static Expr *
+readable_label_filter(const MacTablePolicy *policy, Oid relid, int varno)
 {
-    return LookupOperName(NULL, list_make2(makeString(pstrdup("pg_catalog")), makeString(pstrdup("<="))),
-                          INT4OID, INT4OID, false, -1);
+    Query      *select = makeNode(Query);
+    SubLink    *readable = makeNode(SubLink);
+    Expr       *ids = (Expr *) mediation_call(ReadableLabelsProc, INT4ARRAYOID,
+                                              list_make1(policy_const(policy->policy_id)));
+
+    select->commandType = CMD_SELECT;
+    select->querySource = QSRC_ORIGINAL;
+    select->canSetTag = true;
+    select->jointree = makeFromExpr(NIL, NULL);
+    select->targetList = list_make1(makeTargetEntry(ids, 1, pstrdup("readable_labels"), false));
+
+    readable->subLinkType = EXPR_SUBLINK;
+    readable->subselect = (Node *) select;
+    readable->location = -1;
+
+    return (Expr *) mediation_call(LabelInProc, BOOLOID,
+                                   list_make3(policy_const(policy->policy_id),
+                                              policy_column_var(policy, relid, varno), readable));
 }
 
-Expr *
-int4_le(Oid op, Expr *left, Expr *right)
+/* ---------------------------------------------------------------------
+ * label_in: the filter's test of one row
+ * --------------------------------------------------------------------- */
+
+namespace {
+
+/*
+ * The readable ids of one execution, ascending.  They are kept only when
+ * the array is an executor parameter (the filter's initplan), whose value
+ * stays the same for the whole execution.
+ */
+struct ReadableIds
 {
-    return make_opclause(op, BOOLOID, false, left, right, InvalidOid, InvalidOid);
+    Datum       array;
+    int         count;
+    int32      *ids;
+};
+
+/* The ids of an int4 array without nulls (the array's own storage). */
+int32 *
+array_ids(ArrayType *array, int *count)
+{
+    if (ARR_NDIM(array) > 1 || ARR_HASNULL(array) || ARR_ELEMTYPE(array) != INT4OID)
+        ereport(ERROR,
+                (errcode(ERRCODE_INVALID_PARAMETER_VALUE),
+                 errmsg("label ids must be a one-dimensional integer array without nulls")));
+    *count = ArrayGetNItems(ARR_NDIM(array), ARR_DIMS(array));
+    return (int32 *) ARR_DATA_PTR(array);
+}
+
+bool
+array_arg_is_param(FunctionCallInfo fcinfo)
+{
+    Node       *expr = fcinfo->flinfo->fn_expr;
+    Node       *arg;
+
+    if (expr == NULL || !IsA(expr, FuncExpr) || list_length(((FuncExpr *) expr)->args) != 3)
+        return false;
+    arg = (Node *) lthird(((FuncExpr *) expr)->args);
+    return IsA(arg, Param) && ((Param *) arg)->paramkind == PARAM_EXEC;
+}
+
+const ReadableIds *
+sorted_readable_ids(FunctionCallInfo fcinfo)
+{
+    ReadableIds *cache = (ReadableIds *) fcinfo->flinfo->fn_extra;
+    Datum       array = PG_GETARG_DATUM(2);
+    MemoryContext old;
+    int32      *ids;
+
+    if (cache != NULL && cache->array == array)
+        return cache;
+    old = MemoryContextSwitchTo(fcinfo->flinfo->fn_mcxt);
+    if (cache == NULL)
+        cache = (ReadableIds *) palloc0(sizeof(ReadableIds));
+    else if (cache->ids != NULL)
+        pfree(cache->ids);
+    ids = array_ids(DatumGetArrayTypeP(array), &cache->count);
+    cache->ids = (int32 *) palloc((cache->count + 1) * sizeof(int32));
+    memcpy(cache->ids, ids, cache->count * sizeof(int32));
+    std::sort(cache->ids, cache->ids + cache->count);
+    cache->array = array;
+    fcinfo->flinfo->fn_extra = cache;
+    MemoryContextSwitchTo(old);
+    return cache;
 }
 
 } // namespace
 
 /*
- * The label-id range clauses of one policy:
- *   c <= max AND min <= c
- * with min and max the session's lowest and highest readable label ids.
- * They let an index on the policy column narrow the scan.  (min <= max is
- * implied by them; as part of a security qual the planner would evaluate
- * it on every row, not once.)
+ * label_in(policy oid, label int4, ids int4[]) RETURNS bool: whether the
+ * label is one of the ids.  The policy is for the planner's estimate.
  */
-static List *
-MAC_Append_Label_Filter(const MacTablePolicy *policy, Oid relid, int varno)
+MAC_SQL_FUNCTION(LabelIn)
 {
-    Oid         le = int4_le_operator();
-    Const      *id = policy_const(policy->policy_id);
-    Expr       *min = (Expr *) mediation_call(PolicyMinLabelIdProc, INT4OID, list_make1(id));
-    Expr       *max = (Expr *) mediation_call(PolicyMaxLabelIdProc, INT4OID, list_make1(id));
-    Expr       *column = (Expr *) policy_column_var(policy, relid, varno);
+    int32       label = PG_GETARG_INT32(1);
+    const int32 *ids;
+    int         count;
 
-    return list_make2(int4_le(le, column, max), int4_le(le, min, column));
+    if (array_arg_is_param(fcinfo))
+    {
+        const ReadableIds *readable = sorted_readable_ids(fcinfo);
+
+        PG_RETURN_BOOL(std::binary_search(readable->ids, readable->ids + readable->count, label));
+    }
+    ids = array_ids(PG_GETARG_ARRAYTYPE_P(2), &count);
+    PG_RETURN_BOOL(std::find(ids, ids + count, label) != ids + count);
+}
+
+/*
+ * The planner's support of label_in: the share of rows it keeps is taken
+ * as the share of the labels the session sees that it reads (the table's
+ * statistics are not consulted: they describe rows the session may not
+ * read), and against a btree index on the label column it becomes the
+ * index condition "label = ANY (ids)", which needs no recheck.
+ */
+MAC_SQL_FUNCTION(LabelInSupport)
+{
+    Node       *request = (Node *) PG_GETARG_POINTER(0);
+
+    if (IsA(request, SupportRequestSelectivity))
+    {
+        SupportRequestSelectivity *req = (SupportRequestSelectivity *) request;
+        Node       *policy = (Node *) linitial(req->args);
+
+        if (req->is_join || !IsA(policy, Const))
+            PG_RETURN_POINTER(NULL);
+        req->selectivity = mac_session_readable_share(DatumGetObjectId(((Const *) policy)->constvalue));
+        PG_RETURN_POINTER(req);
+    }
+    if (IsA(request, SupportRequestIndexCondition))
+    {
+        SupportRequestIndexCondition *req = (SupportRequestIndexCondition *) request;
+        FuncExpr   *call = (FuncExpr *) req->node;
+        ScalarArrayOpExpr *cond;
+
+        if (req->indexarg != 1 || req->opfamily != INTEGER_BTREE_FAM_OID ||
+            !IsA(call, FuncExpr) || list_length(call->args) != 3 ||
+            contain_var_clause((Node *) lthird(call->args)))
+            PG_RETURN_POINTER(NULL);
+        cond = makeNode(ScalarArrayOpExpr);
+        cond->opno = Int4EqualOperator;
+        cond->opfuncid = F_INT4EQ;
+        cond->useOr = true;
+        cond->inputcollid = InvalidOid;
+        cond->args = list_make2(copyObjectImpl(lsecond(call->args)), copyObjectImpl(lthird(call->args)));
+        cond->location = -1;
+        req->lossy = false;
+        PG_RETURN_POINTER(list_make1(cond));
+    }
+    PG_RETURN_POINTER(NULL);
 }
 
 namespace {
@@ -118,9 +254,13 @@ mediation_qual(Oid funcid, const MacTablePolicy *policy, Oid relid, int varno)
 }
 
 /*
- * The read filter of a table for every enabled policy on it: the read
- * mediation call, followed by the range clauses when the session needs
- * them; NULL when no enabled policy applies.  Variables refer to `varno`.
+ * The read filter of a table: one for every enabled policy on it whose
+ * labels the session may not all read; NULL when there is none.  Variables
+ * refer to `varno`.  Every enabled policy's column is looked up, so that a
+ * table whose policy column is gone fails for every session, the one that
+ * reads all labels too.  Whether the session reads all labels of a policy
+ * shapes the plan: when that changes, the session's cached plans are made
+ * again (see policy_session.cpp).
  */
 Expr *
 label_filter(Oid relid, int varno)
@@ -134,9 +274,9 @@ label_filter(Oid relid, int varno)
 
         if (!policy->enabled)
             continue;
-        quals = lappend(quals, mediation_qual(ReadMediationProc, policy, relid, varno));
-        if (need_mac_indexable_quals(policy->policy_id))
-            quals = list_concat(quals, MAC_Append_Label_Filter(policy, relid, varno));
+        mac_policy_column_attnum(relid, policy);
+        if (!mac_session_reads_all(policy->policy_id))
+            quals = lappend(quals, readable_label_filter(policy, relid, varno));
     }
     return quals != NIL ? make_ands_explicit(quals) : NULL;
 }
@@ -206,11 +346,7 @@ MAC_Apply_Access_Rule(Query *query, RangeTblEntry *rte, int rti)
     bool        is_result = (rti == query->resultRelation);
     Expr       *filter;
 
-    if (query->commandType == CMD_INSERT)
-        return;
-
-    filter = label_filter(rte->relid, rti);
-    if (filter == NULL)
+    if (query->commandType == CMD_INSERT || !has_enabled_policy(mac_protected_table(rte->relid)))
         return;
 
     /*
@@ -223,8 +359,11 @@ MAC_Apply_Access_Rule(Query *query, RangeTblEntry *rte, int rti)
         ereport(ERROR,
                 (errcode(ERRCODE_FEATURE_NOT_SUPPORTED),
                  errmsg("conditional UNION/INTERSECT/EXCEPT statements are not implemented")));
-    else
-        rte->securityQuals = lcons(filter, rte->securityQuals);
+    filter = label_filter(rte->relid, rti);
+    if (filter == NULL)
+        return;
+    query->hasSubLinks = true;
+    rte->securityQuals = lcons(filter, rte->securityQuals);
 }
 
 namespace {
@@ -349,6 +488,139 @@ refuse_protected_merge(Query *query)
                      errhint("Use INSERT, UPDATE and DELETE instead.")));
     }
 }
+
+} // namespace
+
+/* ---------------------------------------------------------------------
+ * The finished plan
+ * --------------------------------------------------------------------- */
+
+namespace {
+
+/* Whether two expressions are the same column of the same scan, or the same parameter. */
+bool
+same_operand(const Node *a, const Node *b)
+{
+    if (IsA(a, Var) && IsA(b, Var))
+        return ((const Var *) a)->varno == ((const Var *) b)->varno &&
+            ((const Var *) a)->varattno == ((const Var *) b)->varattno;
+    if (IsA(a, Param) && IsA(b, Param))
+        return ((const Param *) a)->paramkind == ((const Param *) b)->paramkind &&
+            ((const Param *) a)->paramid == ((const Param *) b)->paramid;
+    return false;
+}
+
+/* Whether `qual` is "label = ANY (ids)" for label_in's label and ids. */
+bool
+is_index_form_of(const Node *qual, const FuncExpr *label_in)
+{
+    const ScalarArrayOpExpr *saop = (const ScalarArrayOpExpr *) qual;
+
+    return IsA(qual, ScalarArrayOpExpr) && saop->opno == Int4EqualOperator && saop->useOr &&
+        same_operand((Node *) linitial(saop->args), (Node *) lsecond(label_in->args)) &&
+        same_operand((Node *) lsecond(saop->args), (Node *) lthird(label_in->args));
+}
+
+/*
+ * The index conditions every row of a bitmap satisfies: those of its index
+ * scan, or of the index scans an AND of bitmaps combines (not those under
+ * an OR, whose other side may bring rows without them).
+ */
+List *
+exact_bitmap_conditions(Plan *bitmap)
+{
+    List       *conds = NIL;
+    ListCell   *lc;
+
+    if (IsA(bitmap, BitmapIndexScan))
+        return list_copy(((BitmapIndexScan *) bitmap)->indexqualorig);
+    if (IsA(bitmap, BitmapAnd))
+    {
+        foreach(lc, ((BitmapAnd *) bitmap)->bitmapplans)
+            conds = list_concat(conds, exact_bitmap_conditions((Plan *) lfirst(lc)));
+    }
+    return conds;
+}
+
+bool
+implied_by_any(const Node *qual, List *conds)
+{
+    ListCell   *lc;
+
+    if (!IsA(qual, FuncExpr) || ((const FuncExpr *) qual)->funcid != LabelInProc)
+        return false;
+    foreach(lc, conds)
+    {
+        if (is_index_form_of((Node *) lfirst(lc), (const FuncExpr *) qual))
+            return true;
+    }
+    return false;
+}
+
+/*
+ * A label_in filter of a bitmap heap scan whose bitmap an index condition
+ * "label = ANY (ids)" built is tested again on every row, though only the
+ * rows of lossy pages can fail it: it moves to the recheck condition,
+ * which the scan tests on those rows alone.
+ */
+void
+move_redundant_label_filters(BitmapHeapScan *scan)
+{
+    List       *conds = exact_bitmap_conditions(outerPlan(scan));
+    List       *kept = NIL;
+    ListCell   *lc;
+
+    foreach(lc, scan->scan.plan.qual)
+    {
+        Node       *qual = (Node *) lfirst(lc);
+
+        if (implied_by_any(qual, conds))
+            scan->bitmapqualorig = lappend(scan->bitmapqualorig, qual);
+        else
+            kept = lappend(kept, qual);
+    }
+    scan->scan.plan.qual = kept;
+    list_free(conds);
+}
+
+void
+finish_plan_tree(Plan *plan)
+{
+    List       *children = NIL;
+    ListCell   *lc;
+
+    if (plan == NULL)
+        return;
+    if (IsA(plan, BitmapHeapScan))
+        move_redundant_label_filters((BitmapHeapScan *) plan);
+    else if (IsA(plan, Append))
+        children = ((Append *) plan)->appendplans;
+    else if (IsA(plan, MergeAppend))
+        children = ((MergeAppend *) plan)->mergeplans;
+    else if (IsA(plan, SubqueryScan))
+        children = list_make1(((SubqueryScan *) plan)->subplan);
+    else if (IsA(plan, CustomScan))
+        children = ((CustomScan *) plan)->custom_plans;
+    foreach(lc, children)
+        finish_plan_tree((Plan *) lfirst(lc));
+    finish_plan_tree(outerPlan(plan));
+    finish_plan_tree(innerPlan(plan));
+}
+
+} // namespace
+
+/* Every plan tree of a planned statement: the main one and its subplans. */
+void
+MacPlanFinished(PlannedStmt *plan)
+{
+    ListCell   *lc;
+
+    finish_plan_tree(plan->planTree);
+    foreach(lc, plan->subplans)
+        finish_plan_tree((Plan *) lfirst(lc));
+}
+
+namespace {
 
 /* ---------------------------------------------------------------------
  * The tree rewriter

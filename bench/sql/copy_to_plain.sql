@@ -1,1 +1,1 @@
-COPY plain_readable TO '/dev/null';
+COPY (SELECT * FROM plain WHERE label = ANY (:readable::int[])) TO '/dev/null';

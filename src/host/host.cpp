@@ -13,6 +13,8 @@
  *                                     statements, cursors, CREATE TABLE AS,
  *                                     COPY (query), EXPLAIN); not the queries
  *                                     of foreign keys
+ *   MacPlanFinished_hook              planner_hook: the finished plan of each
+ *                                     query MAC_Rewrite_hook saw
  *   MacForeignKeyAction_hook          planner_hook, for the queries of
  *                                     foreign keys (checks and actions)
  *   MacFunctionNotInlinable_hook      needs_fmgr_hook: the planner does not
@@ -60,6 +62,7 @@ MacNeedCheckPermisition_hook_type MacNeedCheckPermisition_hook = NULL;
 MacCreateExtensionProcess_hook_type MacCreateExtensionProcess_hook = NULL;
 SyncMacSession_hook_type SyncMacSession_hook = NULL;
 MAC_Rewrite_hook_type MAC_Rewrite_hook = NULL;
+MacPlanFinished_hook_type MacPlanFinished_hook = NULL;
 MacForeignKeyAction_hook_type MacForeignKeyAction_hook = NULL;
 MacFunctionNotInlinable_hook_type MacFunctionNotInlinable_hook = NULL;
 MacProcessUtility_hook_type MacProcessUtility_hook = NULL;
@@ -109,18 +112,19 @@ host_planner(Query *parse, const char *query_string, int cursorOptions,
      * under row-level security), or labels would let a referenced row be
      * deleted or a dangling reference be created.
      */
-    if (!InNoForceRLSOperation())
-    {
-        if (MAC_Rewrite_hook)
-            parse = MAC_Rewrite_hook(parse);
-    }
-    else if (MacForeignKeyAction_hook)
+    bool        filtered = !InNoForceRLSOperation() && MAC_Rewrite_hook != NULL;
+
+    if (filtered)
+        parse = MAC_Rewrite_hook(parse);
+    else if (InNoForceRLSOperation() && MacForeignKeyAction_hook)
         parse = MacForeignKeyAction_hook(parse);
 
     if (prev_planner)
         result = prev_planner(parse, query_string, cursorOptions, boundParams);
     else
         result = standard_planner(parse, query_string, cursorOptions, boundParams);
+    if (filtered && MacPlanFinished_hook)
+        MacPlanFinished_hook(result);
 
     /*
      * A query the filter marked as under row-level security has a plan

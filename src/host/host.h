@@ -37,6 +37,9 @@ typedef void (*SyncMacSession_hook_type)(void);
 /* Rewrites a query tree (after PostgreSQL's rewriter) before it is planned. */
 typedef Query *(*MAC_Rewrite_hook_type)(Query *query);
 
+/* Adjusts a finished plan of a query MAC_Rewrite_hook rewrote. */
+typedef void (*MacPlanFinished_hook_type)(PlannedStmt *plan);
+
 /* Rewrites a query a foreign key's referential action runs, before it is planned. */
 typedef Query *(*MacForeignKeyAction_hook_type)(Query *query);
 
@@ -84,6 +87,7 @@ extern PGDLLEXPORT MacNeedCheckPermisition_hook_type MacNeedCheckPermisition_hoo
 extern PGDLLEXPORT MacCreateExtensionProcess_hook_type MacCreateExtensionProcess_hook;
 extern PGDLLEXPORT SyncMacSession_hook_type SyncMacSession_hook;
 extern PGDLLEXPORT MAC_Rewrite_hook_type MAC_Rewrite_hook;
+extern PGDLLEXPORT MacPlanFinished_hook_type MacPlanFinished_hook;
 extern PGDLLEXPORT MacForeignKeyAction_hook_type MacForeignKeyAction_hook;
 extern PGDLLEXPORT MacFunctionNotInlinable_hook_type MacFunctionNotInlinable_hook;
 extern PGDLLEXPORT MacHiddenPolicyColumn_hook_type MacHiddenPolicyColumn_hook;

@@ -280,6 +280,9 @@ SELECT lavrel.label_update(1, 200, 200);
 SELECT lavrel.label_update(1, 200, 210);
 SELECT lavrel.generate_default_label_value(1);
 SELECT lavrel.policy_read_min_label_id(1), lavrel.policy_read_max_label_id(1);
+SELECT lavrel.readable_labels(1), lavrel.readable_labels(2);
+SELECT label_id, lavrel.label_in(1, label_id, lavrel.readable_labels(1)) AS read
+  FROM unnest(ARRAY[100, 210, NULL]) AS label_id;
 SELECT lavrel.generate_default_label_value(2);
 SELECT lavrel.policy_read_max_label_id(0);
 SELECT lavrel.table_guard(100);

@@ -1,8 +1,9 @@
 --
--- EXPLAIN shows the label filter in the plan: read_mediation where a
--- protected table is read, write_mediation on the rows UPDATE and DELETE
--- change, label_insert and label_update on the labels they store, and the
--- label-id range clauses for sessions without READ or FULL.
+-- EXPLAIN shows the label filter in the plan: where a protected table is
+-- read by a session without READ or FULL, its policy column is compared
+-- with the session's readable label ids (an initplan calling
+-- readable_labels); write_mediation on the rows UPDATE and DELETE change,
+-- label_insert and label_update on the labels they store.
 --
 \i sql/include/policy_p.sql
 CREATE ROLE regress_mid_reader;
@@ -28,7 +29,7 @@ EXPLAIN (VERBOSE, COSTS OFF) UPDATE notes SET p_label = 20 WHERE id = 1;
 -- An unprotected table is left alone.
 EXPLAIN (COSTS OFF) UPDATE tags SET tag = 'x' WHERE id = 1;
 
--- With READ, only the mediation calls remain.
+-- With READ, no read filter: only the write checks remain.
 SET SESSION AUTHORIZATION regress_mid_reader;
 EXPLAIN (COSTS OFF) SELECT body FROM notes WHERE id = 1;
 EXPLAIN (COSTS OFF) UPDATE notes SET body = 'new' WHERE id = 1;

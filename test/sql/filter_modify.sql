@@ -111,7 +111,7 @@ SELECT stmt, try_stmt(stmt) FROM (VALUES
     ($$UPDATE acct SET body = 'refused' WHERE id = 11$$),
     ($$UPDATE acct SET body = 'refused' WHERE id = 12$$),
     ($$UPDATE acct SET body = 'refused'$$)) AS v(stmt);
--- The read filter, with the range clauses, filters the rows the index
+-- The read filter, the readable label ids, filters the rows the index
 -- finds; the write check comes last, in the target list; an UPDATE of the
 -- policy column checks the new label against the row's current one, once
 -- the write check accepted that.
@@ -221,7 +221,7 @@ UPDATE moves SET p1_label = NULL WHERE id = 42;
 UPDATE moves SET p1_label = 5 WHERE id = 43;
 UPDATE moves SET p1_label = 21 WHERE id = 44;
 INSERT INTO moves VALUES (45, 'ivan', 35), (46, 'ivan', NULL) RETURNING *;
--- FULL brings no range clauses, only read_mediation.
+-- FULL reads every label: no read filter.
 EXPLAIN (COSTS OFF) DELETE FROM moves WHERE owner = 'ivan';
 DELETE FROM moves WHERE owner = 'ivan' AND (p1_label IS NULL OR p1_label = 35) RETURNING *;
 

@@ -1,7 +1,7 @@
 --
--- The label-id range clauses compare with pg_catalog's int4 "<=", never
--- with an operator found through the user's search_path.  A user who puts
--- his own "<=" (int4, int4), which lets every row through and reports each
+-- The label filter and the policy's default use pg_catalog's operators,
+-- never one found through the user's search_path.  A user who puts his
+-- own "<=" (int4, int4), which lets every row through and reports each
 -- call, ahead of pg_catalog gets the same rows and the same plan.
 --
 \i sql/include/policy_p.sql
@@ -35,8 +35,8 @@ SELECT id FROM memos WHERE id <= 0 ORDER BY id;
 -- would find another one.
 SELECT id, body, p_label FROM memos ORDER BY id;
 EXPLAIN (VERBOSE, COSTS OFF) SELECT id, body, p_label FROM memos ORDER BY id;
--- Through the index on the policy column, the range clauses are index
--- conditions: the index's own operators, which are pg_catalog's.
+-- Through the index on the policy column, the filter is an index
+-- condition: the index's own operator, which is pg_catalog's.
 SET enable_seqscan = off;
 EXPLAIN (VERBOSE, COSTS OFF) SELECT id, body, p_label FROM memos ORDER BY id;
 SELECT id, body, p_label FROM memos ORDER BY id;

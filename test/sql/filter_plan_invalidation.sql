@@ -39,9 +39,9 @@ EXECUTE q;
 SELECT lavrel.apply_table_policy('p', 'public', 't');
 EXECUTE q;
 
--- A change of privileges changes the filter's shape: READ drops the range
--- clauses and reads every label, the top row included, which a stale plan
--- with range clauses would still hide.
+-- A change of privileges changes the filter's shape: READ drops the
+-- filter and reads every label, the top row included, which a stale plan
+-- with the filter would still hide.
 SELECT lavrel.set_user_privs('p', 'postgres', 'READ');
 EXECUTE q;
 SELECT lavrel.set_user_privs('p', 'postgres', NULL);

@@ -1,10 +1,10 @@
 --
 -- A cached plan serves only the role it was made for.  Its shape depends
--- on the session's privileges (the label-id range clauses are left out
--- for READ and FULL), so a plan made for one user is made again when it
--- runs after SET SESSION AUTHORIZATION to another, as PostgreSQL does for
--- row-level security.  Row 4 has a null label, which only READ or FULL may
--- read or write; a plan with the range clauses never reaches it.
+-- on the session's privileges (READ and FULL get no read filter), so a
+-- plan made for one user is made again when it runs after SET SESSION
+-- AUTHORIZATION to another, as PostgreSQL does for row-level security.
+-- Row 4 has a null label, which only READ or FULL may read or write; a
+-- plan with the filter never reaches it.
 --
 \i sql/include/policy_p.sql
 CREATE TABLE accounts (id int PRIMARY KEY, owner text);
@@ -42,7 +42,7 @@ EXECUTE q_sublink;
 SELECT array_agg(i ORDER BY i) AS account_ids FROM account_ids() AS i;
 EXECUTE upd(4);
 
--- And for the user again: the range clauses are back, and row 4, which he
+-- And for the user again: the filter is back, and row 4, which he
 -- may not read, is not there for the update.
 SET SESSION AUTHORIZATION regress_mid_user;
 EXECUTE q;

@@ -88,7 +88,7 @@ SELECT o.doc_id, o.name, d.body
 SELECT a.id, b.id AS next FROM docs a JOIN docs b ON b.id = a.id + 1 ORDER BY a.id;
 SELECT d.id, d.body, u.body AS dual_body
   FROM docs d JOIN dual u ON u.p1_label = d.p1_label ORDER BY d.id, u.id;
--- The range clauses let the index on p1_label narrow the scan.  A table
+-- The filter lets the index on p1_label narrow the scan.  A table
 -- this small may well be scanned whole instead, depending on its
 -- statistics; enable_seqscan off keeps the plans below stable.
 SET enable_seqscan = off;
@@ -101,13 +101,13 @@ SELECT d.body, upper(d.body), o.name FROM docs d, owners o WHERE o.doc_id = d.id
 -- column is read by the filter alone.
 EXPLAIN (VERBOSE, COSTS OFF)
 SELECT d.body, o.name FROM docs d JOIN owners o ON o.doc_id = d.id;
--- Without READ or FULL the filter has the label-id range clauses, which
--- the label index serves.
+-- Without READ or FULL the filter compares the label with the readable
+-- label ids, which the label index serves.
 EXPLAIN (COSTS OFF) SELECT id, body FROM docs;
 SELECT id, body FROM docs ORDER BY id;
 RESET enable_seqscan;
 -- memo, under p2: x only.  dual: mid:a or below under p1 and x under p2
--- (rows 1 and 3); both policies bring their range clauses.
+-- (rows 1 and 3); both policies bring their filter.
 SELECT * FROM memo ORDER BY id;
 SELECT * FROM dual ORDER BY id;
 EXPLAIN (COSTS OFF) SELECT * FROM dual;
@@ -131,7 +131,7 @@ SELECT count(*) FROM dual;
 \c - regress_fs_carol
 -- Every row, those without a label or with an unknown label id included.
 SELECT * FROM docs ORDER BY id;
--- READ brings no range clauses, only the mediation call.
+-- READ brings no filter.
 EXPLAIN (COSTS OFF) SELECT * FROM docs;
 -- memo: x and y, but not the row without a label (no privilege under p2).
 SELECT * FROM memo ORDER BY id;
@@ -156,7 +156,7 @@ SELECT * FROM dual ORDER BY id;
 SELECT count(*) FROM docs;
 SELECT o.doc_id, o.name, d.body
   FROM owners o LEFT JOIN docs d ON d.id = o.doc_id ORDER BY o.doc_id;
--- No session record: the range clauses are added.
+-- No session record: the filter is added, and reads no label.
 EXPLAIN (COSTS OFF) SELECT * FROM memo;
 
 -- ---------------------------------------------------------------------

@@ -249,8 +249,8 @@ const NamedId object_ids[] = {
     {"LabelUpdateProc", &LabelUpdateProc},
     {"LabelToCharProc", &LabelToCharProc},
     {"CharToLabelProc", &CharToLabelProc},
-    {"PolicyMaxLabelIdProc", &PolicyMaxLabelIdProc},
-    {"PolicyMinLabelIdProc", &PolicyMinLabelIdProc},
+    {"ReadableLabelsProc", &ReadableLabelsProc},
+    {"LabelInProc", &LabelInProc},
 };
 
 /*

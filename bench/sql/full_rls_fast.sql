@@ -1,0 +1,1 @@
+SELECT count(*), max(id) FROM rls_fast;

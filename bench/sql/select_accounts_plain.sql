@@ -1,0 +1,2 @@
+\set aid random(1, :accounts)
+SELECT abalance FROM accounts_plain WHERE aid = :aid;

@@ -1,0 +1,3 @@
+\set aid random(1, :accounts)
+\set delta random(-5000, 5000)
+UPDATE accounts_plain SET abalance = abalance + :delta WHERE aid = :aid;
