@@ -12,6 +12,8 @@
 #               (dump_restore.sh)
 #   hot_standby   a hot standby: mediation as on the primary, administration
 #               refused; a point-in-time recovery (hot_standby.sh)
+#   upgrade     ALTER EXTENSION lavrel UPDATE from each older release, and
+#               pg_upgrade from it, against a fresh install (upgrade.sh)
 #   pg_suites     PostgreSQL's own suites, stock against lavrel (pg_suites.sh)
 #
 # With test names as arguments (test/run.sh label_strings users), only those
@@ -107,6 +109,8 @@ run_suite docs ./doc_examples.sh $unscheduled
 run_suite dump_restore ./dump_restore.sh
 
 run_suite hot_standby ./hot_standby.sh
+
+run_suite upgrade ./upgrade.sh
 
 # PostgreSQL's own regression and isolation suites on a stock and a lavrel
 # cluster: each of their tests that gives the same output on both counts.
