@@ -67,9 +67,11 @@ lavrel_install_differs() {
     return 1
 }
 
-# Build and install lavrel (and, with "test", the test-only module).
+# Build and install lavrel (and, with "test", the test-only module).  With
+# LAVREL_INSTALLED=1 in the environment lavrel is taken as installed (from
+# its Debian package, say) and left as it is.
 lavrel_build_install() {
-    lavrel_build_install_dir "$LAVREL_ROOT" lavrel
+    [ "${LAVREL_INSTALLED:-}" = 1 ] || lavrel_build_install_dir "$LAVREL_ROOT" lavrel
     if [ "${1:-}" = test ]; then
         lavrel_build_install_dir "$LAVREL_ROOT/test/modules/lavrel_test" lavrel_test
     fi
