@@ -243,3 +243,15 @@ lavrel_as_user() {
     shift
     PGUSER=$user "$@"
 }
+
+# lavrel_record_views DB OUT USER...: what the administrator and each user
+# see in DB through the queries of test/dump_restore (catalog.sql and
+# user.sql), into OUT.catalog and OUT.<user>.
+lavrel_record_views() {
+    local db=$1 out=$2 user
+    shift 2
+    psql -X -d "$db" -f "$LAVREL_ROOT/test/dump_restore/catalog.sql" >"$out.catalog" 2>&1
+    for user in "$@"; do
+        psql -X -d "$db" -U "$user" -f "$LAVREL_ROOT/test/dump_restore/user.sql" >"$out.$user" 2>&1
+    done
+}

@@ -21,11 +21,7 @@ trap 'lavrel_cluster_stop; rm -rf "$WORK"' EXIT
 # record_views DB NAME: what the administrator and each user see in DB,
 # into $WORK/NAME.catalog and $WORK/NAME.<user>.
 record_views() {
-    local user
-    psql -X -d "$1" -f "$FIXTURES/catalog.sql" >"$WORK/$2.catalog" 2>&1
-    for user in $USERS; do
-        psql -X -d "$1" -U "$user" -f "$FIXTURES/user.sql" >"$WORK/$2.$user" 2>&1
-    done
+    lavrel_record_views "$1" "$WORK/$2" $USERS
 }
 
 # same_view VIEW NAME: the restored database NAME shows VIEW as the source did.

@@ -76,13 +76,9 @@ load_old() {
 # the names of the objects the catalogs refer to are recorded first, as
 # before a dump.
 record() {
-    local user
     psql -X -q -d "$1" -c "SELECT lavrel.sync_object_names()" >/dev/null
     psql -X -d "$1" -f "$LAVREL_ROOT/test/upgrade/objects.sql" >"$WORK/$2.objects" 2>&1
-    psql -X -d "$1" -f "$FIXTURES/catalog.sql" >"$WORK/$2.catalog" 2>&1
-    for user in $USERS; do
-        psql -X -d "$1" -U "$user" -f "$FIXTURES/user.sql" >"$WORK/$2.$user" 2>&1
-    done
+    lavrel_record_views "$1" "$WORK/$2" $USERS
 }
 
 # same VIEW NAME: NAME shows VIEW as the fresh install does.
