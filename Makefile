@@ -4,7 +4,7 @@
 
 MODULE_big = lavrel
 EXTENSION  = lavrel
-DATA       = sql/lavrel--1.0.sql
+DATA       = sql/lavrel--1.1.sql sql/lavrel--1.0--1.1.sql
 
 SRCS = src/host/guard.cpp \
        src/host/copy.cpp \

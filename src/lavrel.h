@@ -152,6 +152,7 @@ extern PGDLLEXPORT Oid MacLabelRelationId;
 extern PGDLLEXPORT Oid MacPolicyEnforcementRelationId;
 extern PGDLLEXPORT Oid MacPolicyUserRelationId;
 extern PGDLLEXPORT Oid MacObjRelationId;
+extern PGDLLEXPORT Oid MacObjectNamesRelationId;
 
 extern PGDLLEXPORT Oid GenDefLabelProc;
 extern PGDLLEXPORT Oid ReadMediationProc;
@@ -361,6 +362,13 @@ PGDLLEXPORT bool get_user_policy_access(Oid policy_id, Oid user_id, UserPolicyAc
 
 /* lavrel_obj: every label of every object (MacObjectLabel). */
 List *get_object_labels(void);
+
+/*
+ * lavrel_object_names: whether a row was written by another database (a
+ * dump's or pg_upgrade's source), whose oids the catalogs still hold
+ * until lavrel.sync_object_names() has run.
+ */
+bool object_names_from_elsewhere(void);
 
 /* Every row of catalog `relid`, in physical order, into the store. */
 void get_catalog_rows(Oid relid, Tuplestorestate *store, TupleDesc desc);

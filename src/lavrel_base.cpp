@@ -7,7 +7,7 @@
  *    the catalogs changed.
  *
  * The first time MAC_isenable answers true in a backend it resolves the
- * oids of the seven catalog tables and the nine SQL functions the module
+ * oids of the eight catalog tables and the nine SQL functions the module
  * calls or recognises, and keeps them in the exported globals below for
  * the life of the process (until lavrel.enable_mac is turned off).
  */
@@ -25,6 +25,7 @@ Oid         MacLabelRelationId = InvalidOid;
 Oid         MacPolicyEnforcementRelationId = InvalidOid;
 Oid         MacPolicyUserRelationId = InvalidOid;
 Oid         MacObjRelationId = InvalidOid;
+Oid         MacObjectNamesRelationId = InvalidOid;
 
 Oid         GenDefLabelProc = InvalidOid;
 Oid         ReadMediationProc = InvalidOid;
@@ -37,7 +38,7 @@ Oid         ReadableLabelsProc = InvalidOid;
 Oid         LabelInProc = InvalidOid;
 }
 
-/* Whether the sixteen ids below have been resolved in this process. */
+/* Whether the seventeen ids below have been resolved in this process. */
 static bool MacObjectIdsInited = false;
 
 namespace {
@@ -57,6 +58,7 @@ const NamedId mac_relations[] = {
     {"lavrel_policy_enforcement", &MacPolicyEnforcementRelationId},
     {"lavrel_user", &MacPolicyUserRelationId},
     {"lavrel_obj", &MacObjRelationId},
+    {"lavrel_object_names", &MacObjectNamesRelationId},
 };
 
 const NamedId mac_functions[] = {

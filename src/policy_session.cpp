@@ -1182,6 +1182,24 @@ session_state_current(void)
 }
 
 /*
+ * After a restore or pg_upgrade, until sync_object_names() has run, the
+ * catalogs name roles, tables, views, functions and schemas by the oids
+ * they had in the source: they may name other objects now, or none, and a
+ * labelled function with a new oid would run unmediated.  Nothing is
+ * mediated on such catalogs; every statement is refused instead.
+ */
+static void
+refuse_catalogs_from_elsewhere(void)
+{
+    if (object_names_from_elsewhere())
+        ereport(ERROR,
+                (errcode(ERRCODE_OBJECT_NOT_IN_PREREQUISITE_STATE),
+                 errmsg("lavrel's catalogs in this database still refer to objects by their oids in another database"),
+                 errdetail("The database was restored from a dump or moved by pg_upgrade, and lavrel.sync_object_names() has not run since."),
+                 errhint("Set lavrel.enable_mac to off, run SELECT lavrel.sync_object_names() as the administrator, and set it on again.")));
+}
+
+/*
  * Rebuilds the session state from the catalogs.  The mediation caches are
  * emptied first, so an error half-way leaves fewer records, which only
  * denies access, and a state that is built again next time.
@@ -1192,6 +1210,7 @@ rebuild_session_state(void)
     uint64      version = mac_catalog_version;
 
     session_state_version = 0;
+    refuse_catalogs_from_elsewhere();
     empty_session_table(MacLabelLookupInfoHT, remove_lookup_info);
     empty_session_table(MacLabelMediationHT, mac_LabelMediationHTDelete);
     if (IsParallelWorker())

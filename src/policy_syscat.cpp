@@ -822,6 +822,24 @@ get_object_labels(void)
 }
 
 bool
+object_names_from_elsewhere(void)
+{
+    /* As sync_object_names() writes it: system identifier/extension oid. */
+    char       *here = psprintf(INT64_FORMAT "/%u", (int64) GetSystemIdentifier(),
+                                get_extension_oid("lavrel", false));
+    bool        elsewhere = false;
+
+    mac_lookup_all(MacObjectNamesRelationId, 0, nullptr,
+                   [&](MacCatalogScan *s, HeapTuple t) {
+                       Datum       origin = mac_scan_getattr(s, t, 1, nullptr);
+
+                       elsewhere |= strcmp(TextDatumGetCString(origin), here) != 0;
+                   });
+    pfree(here);
+    return elsewhere;
+}
+
+bool
 ObjectIsExistById(Oid relid, AttrNumber attno, Oid id)
 {
     ScanKeyData key;

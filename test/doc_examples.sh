@@ -16,7 +16,7 @@
 # test/schedule, or named as an argument (the cases run.sh runs outside the
 # schedule).  A psql block without a marker, or a marker without a block,
 # is an error.  doc/reference.md must also have a section, and an example,
-# for every function that sql/lavrel--1.0.sql creates, and
+# for every function that sql/lavrel--1.1.sql creates, and
 # doc/troubleshooting.md an entry for every message of lavrel that a test
 # shows.
 #
@@ -100,14 +100,14 @@ done
 problems=""
 # A planner support function (its argument is internal) has a section but
 # no example: SQL cannot call it.
-for fn in $(sed -n 's/^CREATE FUNCTION lavrel\.\([a-z_]*\)(.*/\1/p' sql/lavrel--1.0.sql | sort -u); do
+for fn in $(sed -n 's/^CREATE FUNCTION lavrel\.\([a-z_]*\)(.*/\1/p' sql/lavrel--1.1.sql | sort -u); do
     grep -sqE "^#+ .*\b$fn\(" doc/reference.md ||
         problems="$problems${problems:+$'\n'}doc/reference.md: no section for lavrel.$fn"
-    grep -q "^CREATE FUNCTION lavrel\.$fn(internal)" sql/lavrel--1.0.sql ||
+    grep -q "^CREATE FUNCTION lavrel\.$fn(internal)" sql/lavrel--1.1.sql ||
         grep -q "lavrel\.$fn(" "$reference_examples" ||
         problems="$problems${problems:+$'\n'}doc/reference.md: no example calls lavrel.$fn"
 done
-report "doc/reference.md: every function of sql/lavrel--1.0.sql has a section and an example" "$problems"
+report "doc/reference.md: every function of sql/lavrel--1.1.sql has a section and an example" "$problems"
 
 # The message formats of lavrel, one a line: every lower-case string literal
 # of the sources that contains a blank, and the exceptions the install
@@ -116,7 +116,7 @@ report "doc/reference.md: every function of sql/lavrel--1.0.sql has a section an
 lavrel_messages() {
     sed 's#//.*##' src/*.cpp src/host/*.cpp | grep -o '"[a-z][^"\\]*\(\\.[^"\\]*\)*"' | grep ' ' |
         sed 's/^"//; s/"$//; s/\\"/"/g'
-    grep -o "RAISE EXCEPTION '[^']*'" sql/lavrel--1.0.sql | sed "s/^RAISE EXCEPTION '//; s/'$//; s/%/%s/g"
+    grep -o "RAISE EXCEPTION '[^']*'" sql/lavrel--1.1.sql | sed "s/^RAISE EXCEPTION '//; s/'$//; s/%/%s/g"
 }
 
 # A message format as an extended regular expression: what %s, %d and %u

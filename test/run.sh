@@ -12,10 +12,16 @@
 #               (dump_restore.sh)
 #   hot_standby   a hot standby: mediation as on the primary, administration
 #               refused; a point-in-time recovery (hot_standby.sh)
+#   upgrade     ALTER EXTENSION lavrel UPDATE from each older release, and
+#               pg_upgrade from it, against a fresh install (upgrade.sh)
+#   package     the Debian package: built, installed, the pg_regress cases
+#               run against it, purged (package.sh)
 #   pg_suites     PostgreSQL's own suites, stock against lavrel (pg_suites.sh)
 #
 # With test names as arguments (test/run.sh label_strings users), only those
 # pg_regress cases run: the quick loop while writing a test.
+# With LAVREL_INSTALLED=1 in the environment, lavrel is not built and
+# installed from the tree: the suites run against the lavrel installed.
 # Installs the Debian packages it needs, builds and installs lavrel and the
 # test-only module, and runs each suite against a throwaway cluster.
 set -euo pipefail
@@ -107,6 +113,15 @@ run_suite docs ./doc_examples.sh $unscheduled
 run_suite dump_restore ./dump_restore.sh
 
 run_suite hot_standby ./hot_standby.sh
+
+run_suite upgrade ./upgrade.sh
+
+# The package installs into the system PostgreSQL, the one it is built for.
+if [ "$PG_BIN" = /usr/lib/postgresql/15/bin ]; then
+    run_suite package ./package.sh
+else
+    echo "== package: not run, PG_BIN is not the system PostgreSQL 15"
+fi
 
 # PostgreSQL's own regression and isolation suites on a stock and a lavrel
 # cluster: each of their tests that gives the same output on both counts.

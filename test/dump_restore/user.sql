@@ -2,6 +2,7 @@
 -- that user against the dumped database and against each restored copy.
 \set VERBOSITY terse
 \pset footer off
+SELECT * FROM lavrel.my_labels() ORDER BY policy_name;
 SELECT p.policy_name,
        array(SELECT l FROM unnest('{100, 200, 210, 220, 310, 320, 1010, 1020, 5000}'::integer[]) l
               WHERE lavrel.read_mediation(p.oid, l)) AS readable
