@@ -220,6 +220,58 @@ lavrel_extension_exists(void)
     return exists;
 }
 
+/* The version of the extension's SQL objects this library works with. */
+static const char *const lavrel_sql_version = "1.1";
+
+/* The version of the extension installed in this database, or NULL. */
+static char *
+installed_version(void)
+{
+    Relation    rel = table_open(ExtensionRelationId, AccessShareLock);
+    ScanKeyData key;
+    SysScanDesc scan;
+    HeapTuple   tuple;
+    char       *version = NULL;
+
+    ScanKeyInit(&key, Anum_pg_extension_extname, BTEqualStrategyNumber, F_NAMEEQ,
+                CStringGetDatum("lavrel"));
+    scan = systable_beginscan(rel, ExtensionNameIndexId, true, NULL, 1, &key);
+    tuple = systable_getnext(scan);
+    if (HeapTupleIsValid(tuple))
+    {
+        bool        isnull;
+        Datum       value = heap_getattr(tuple, Anum_pg_extension_extversion,
+                                         RelationGetDescr(rel), &isnull);
+
+        if (!isnull)
+            version = text_to_cstring(DatumGetTextPP(value));
+    }
+    systable_endscan(scan);
+    table_close(rel, AccessShareLock);
+    return version;
+}
+
+/*
+ * The module's objects could not all be found.  In a database whose
+ * extension is of another version (the library was upgraded, the
+ * database not yet), that is what the error says; otherwise the
+ * installation is damaged.
+ */
+static void
+refuse_missing_object_ids(void)
+{
+    char       *version = installed_version();
+
+    if (version != NULL && strcmp(version, lavrel_sql_version) != 0)
+        ereport(ERROR,
+                (errcode(ERRCODE_OBJECT_NOT_IN_PREREQUISITE_STATE),
+                 errmsg("the extension lavrel in this database is older than its library"),
+                 errdetail("The database has version %s, the library needs version %s.",
+                           version, lavrel_sql_version),
+                 errhint("Run ALTER EXTENSION lavrel UPDATE.")));
+    elog(ERROR, "Init Mac Object ids error");
+}
+
 /*
  * Whether access control is in force.  The first time it is in this
  * process, the module's object ids are resolved; one that is missing (a
@@ -242,7 +294,7 @@ MAC_isenable(void)
     if (MacObjectIdsInited)
         return true;
     if (!InitMacObjectIds())
-        elog(ERROR, "Init Mac Object ids error");
+        refuse_missing_object_ids();
     MacObjectIdsInited = true;
     return true;
 }

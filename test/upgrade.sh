@@ -163,7 +163,8 @@ for entry in $VERSIONS; do
     lavrel_cluster_stop_server
     lavrel_cluster_start_server "$PG_BIN"
     lavrel_check "with the new library, $old's protected tables stay closed to zoe" \
-        lavrel_as_user zoe lavrel_sql_is "$(db "$old")" 0 "SELECT count(*) FROM documents"
+        lavrel_as_user zoe lavrel_sql_fails "$(db "$old")" \
+        'the extension lavrel in this database is older than its library' "SELECT count(*) FROM documents"
     lavrel_check "with the new library, apply_table_policy asks for the update first" \
         lavrel_sql_fails "$(db "$old")" 'the extension lavrel in this database is older than its library' \
         "CREATE TABLE t (x int); SELECT lavrel.apply_table_policy('company', 'public', 't')"
@@ -173,7 +174,10 @@ for entry in $VERSIONS; do
     comparison_notices "$(db "$old")"
 
     # A duplicated key in the older catalogs stops the update, which
-    # leaves the database as it was.
+    # leaves the database as it was.  Access control is off for this part:
+    # with it on, the new library refuses every statement in a database
+    # still at the older version but ALTER EXTENSION.
+    lavrel_set_enable_mac off
     psql -X -q -d duplicated -c "INSERT INTO lavrel.lavrel_level
                                  SELECT * FROM lavrel.lavrel_level WHERE level_name = 'staff'"
     lavrel_check "the update of catalogs holding a key twice fails, naming the key" \
@@ -184,6 +188,7 @@ for entry in $VERSIONS; do
     psql -X -q -d duplicated -c "DELETE FROM lavrel.lavrel_level
                                   WHERE ctid = (SELECT max(ctid) FROM lavrel.lavrel_level)"
     lavrel_check "without the duplicate the update succeeds" update duplicated
+    lavrel_set_enable_mac on
     lavrel_cluster_stop
 
     # --- pg_upgrade from the older release, then the update --------------
