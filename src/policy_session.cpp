@@ -437,6 +437,13 @@ remove_unauthorized_session_labels(Oid user_id, List *policy_ids)
     list_free(entries);
 }
 
+/* READ and FULL read every row of the policy's tables. */
+bool
+reads_every_label(const MacSessionLabel *s)
+{
+    return (s->privs & (MAC_PRIV_READ | MAC_PRIV_FULL)) != 0;
+}
+
 /* The policies of which the session reads every label, in oid order. */
 List *
 policies_read_in_full(void)
@@ -449,7 +456,7 @@ policies_read_in_full(void)
     {
         const MacSessionLabel *s = (const MacSessionLabel *) ((MacHashEntry *) lfirst(lc))->record;
 
-        if (s->privs & (MAC_PRIV_READ | MAC_PRIV_FULL))
+        if (reads_every_label(s))
             policy_ids = lappend_oid(policy_ids, ((MacHashEntry *) lfirst(lc))->key);
     }
     list_free(entries);
@@ -1285,7 +1292,7 @@ mac_session_reads_all(Oid policy_id)
 {
     MacSessionLabel *s = find_session_label(policy_id);
 
-    return s != NULL && (s->privs & (MAC_PRIV_READ | MAC_PRIV_FULL)) != 0;
+    return s != NULL && reads_every_label(s);
 }
 
 /* ---------------------------------------------------------------------

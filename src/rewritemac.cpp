@@ -75,7 +75,7 @@ policy_column_var(const MacTablePolicy *policy, Oid relid, int varno)
  * estimates its selectivity.
  */
 static Expr *
-readable_label_filter(const MacTablePolicy *policy, Oid relid, int varno)
+readable_label_filter(const MacTablePolicy *policy, Var *column)
 {
     Query      *select = makeNode(Query);
     SubLink    *readable = makeNode(SubLink);
@@ -93,8 +93,7 @@ readable_label_filter(const MacTablePolicy *policy, Oid relid, int varno)
     readable->location = -1;
 
     return (Expr *) mediation_call(LabelInProc, BOOLOID,
-                                   list_make3(policy_const(policy->policy_id),
-                                              policy_column_var(policy, relid, varno), readable));
+                                   list_make3(policy_const(policy->policy_id), column, readable));
 }
 
 /* ---------------------------------------------------------------------
@@ -104,13 +103,15 @@ readable_label_filter(const MacTablePolicy *policy, Oid relid, int varno)
 namespace {
 
 /*
- * The readable ids of one execution, ascending.  They are kept only when
- * the array is an executor parameter (the filter's initplan), whose value
- * stays the same for the whole execution.
+ * What label_in keeps for its call site.  The ids are kept sorted only
+ * when the array is an executor parameter (the filter's initplan), whose
+ * value stays the same for the whole execution; any other array is
+ * searched as it is.
  */
 struct ReadableIds
 {
-    Datum       array;
+    bool        from_param;
+    Datum       array;          /* the array the ids were sorted from */
     int         count;
     int32      *ids;
 };
@@ -139,29 +140,39 @@ array_arg_is_param(FunctionCallInfo fcinfo)
     return IsA(arg, Param) && ((Param *) arg)->paramkind == PARAM_EXEC;
 }
 
-const ReadableIds *
-sorted_readable_ids(FunctionCallInfo fcinfo)
+ReadableIds *
+call_site_state(FunctionCallInfo fcinfo)
 {
-    ReadableIds *cache = (ReadableIds *) fcinfo->flinfo->fn_extra;
+    ReadableIds *state = (ReadableIds *) fcinfo->flinfo->fn_extra;
+
+    if (state == NULL)
+    {
+        state = (ReadableIds *) MemoryContextAllocZero(fcinfo->flinfo->fn_mcxt,
+                                                       sizeof(ReadableIds));
+        state->from_param = array_arg_is_param(fcinfo);
+        fcinfo->flinfo->fn_extra = state;
+    }
+    return state;
+}
+
+/* The ids of the parameter array, sorted once per value of the parameter. */
+const ReadableIds *
+sorted_readable_ids(FunctionCallInfo fcinfo, ReadableIds *state)
+{
     Datum       array = PG_GETARG_DATUM(2);
-    MemoryContext old;
     int32      *ids;
 
-    if (cache != NULL && cache->array == array)
-        return cache;
-    old = MemoryContextSwitchTo(fcinfo->flinfo->fn_mcxt);
-    if (cache == NULL)
-        cache = (ReadableIds *) palloc0(sizeof(ReadableIds));
-    else if (cache->ids != NULL)
-        pfree(cache->ids);
-    ids = array_ids(DatumGetArrayTypeP(array), &cache->count);
-    cache->ids = (int32 *) palloc((cache->count + 1) * sizeof(int32));
-    memcpy(cache->ids, ids, cache->count * sizeof(int32));
-    std::sort(cache->ids, cache->ids + cache->count);
-    cache->array = array;
-    fcinfo->flinfo->fn_extra = cache;
-    MemoryContextSwitchTo(old);
-    return cache;
+    if (state->ids != NULL && state->array == array)
+        return state;
+    if (state->ids != NULL)
+        pfree(state->ids);
+    ids = array_ids(DatumGetArrayTypeP(array), &state->count);
+    state->ids = (int32 *) MemoryContextAlloc(fcinfo->flinfo->fn_mcxt,
+                                              (state->count + 1) * sizeof(int32));
+    memcpy(state->ids, ids, state->count * sizeof(int32));
+    std::sort(state->ids, state->ids + state->count);
+    state->array = array;
+    return state;
 }
 
 } // namespace
@@ -173,12 +184,13 @@ sorted_readable_ids(FunctionCallInfo fcinfo)
 MAC_SQL_FUNCTION(LabelIn)
 {
     int32       label = PG_GETARG_INT32(1);
+    ReadableIds *state = call_site_state(fcinfo);
     const int32 *ids;
     int         count;
 
-    if (array_arg_is_param(fcinfo))
+    if (state->from_param)
     {
-        const ReadableIds *readable = sorted_readable_ids(fcinfo);
+        const ReadableIds *readable = sorted_readable_ids(fcinfo, state);
 
         PG_RETURN_BOOL(std::binary_search(readable->ids, readable->ids + readable->count, label));
     }
@@ -272,11 +284,13 @@ label_filter(Oid relid, int varno)
     {
         const MacTablePolicy *policy = &table->policies[i];
 
+        Var        *column;
+
         if (!policy->enabled)
             continue;
-        mac_policy_column_attnum(relid, policy);
+        column = policy_column_var(policy, relid, varno);
         if (!mac_session_reads_all(policy->policy_id))
-            quals = lappend(quals, readable_label_filter(policy, relid, varno));
+            quals = lappend(quals, readable_label_filter(policy, column));
     }
     return quals != NIL ? make_ands_explicit(quals) : NULL;
 }

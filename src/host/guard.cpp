@@ -365,12 +365,6 @@ host_add_table_guard(Oid relid, const char *policy_name, const char *column)
     CreatePolicyStmt *stmt = makeNode(CreatePolicyStmt);
     RoleSpec   *everyone = makeNode(RoleSpec);
 
-    /* The SQL of an older version of the extension has no guard function. */
-    if (!OidIsValid(guard_proc()))
-        ereport(ERROR,
-                (errcode(ERRCODE_OBJECT_NOT_IN_PREREQUISITE_STATE),
-                 errmsg("the extension lavrel in this database is older than its library"),
-                 errhint("Run ALTER EXTENSION lavrel UPDATE.")));
     everyone->roletype = ROLESPEC_PUBLIC;
     everyone->location = -1;
     stmt->policy_name = guard_name(policy_name);

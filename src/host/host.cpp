@@ -112,18 +112,18 @@ host_planner(Query *parse, const char *query_string, int cursorOptions,
      * under row-level security), or labels would let a referenced row be
      * deleted or a dangling reference be created.
      */
-    bool        filtered = !InNoForceRLSOperation() && MAC_Rewrite_hook != NULL;
+    bool        foreign_key_action = InNoForceRLSOperation();
 
-    if (filtered)
+    if (!foreign_key_action && MAC_Rewrite_hook)
         parse = MAC_Rewrite_hook(parse);
-    else if (InNoForceRLSOperation() && MacForeignKeyAction_hook)
+    else if (foreign_key_action && MacForeignKeyAction_hook)
         parse = MacForeignKeyAction_hook(parse);
 
     if (prev_planner)
         result = prev_planner(parse, query_string, cursorOptions, boundParams);
     else
         result = standard_planner(parse, query_string, cursorOptions, boundParams);
-    if (filtered && MacPlanFinished_hook)
+    if (!foreign_key_action && MacPlanFinished_hook)
         MacPlanFinished_hook(result);
 
     /*
